@@ -1,0 +1,15 @@
+// qvmeta -json -backupid ID: prints the metadata of one image of the stand-in's catalogue.
+
+#include <string>
+#include <string_view>
+
+#include "product.h"
+
+int main(int argc, char** argv) {
+  if (argc != 4 || std::string_view(argv[1]) != "-json" ||
+      std::string_view(argv[2]) != "-backupid") {
+    return Fail("qvmeta", "usage: qvmeta -json -backupid ID");
+  }
+  const std::string image = ImagePath(ProductRoot("/bin/admincmd/qvmeta"), argv[3]);
+  return !image.empty() && PrintFile(image + ".meta") ? 0 : Fail("qvmeta", "no such image");
+}
