@@ -178,14 +178,14 @@ def main():
             command = [str(case.folder / "wrapper")] + command
         if options.real_root:
             commands = case.run / "root"
-            install_commands(commands)
+            install_commands(commands, read(case.folder / "realroot").decode().split())
             command = in_private_namespace(case, commands, command)
         sys.exit(0 if compare(case, *run_program(case, command)) else 1)
 
 
-def install_commands(root):
-    """Puts the canned commands where the product has its own below `root`."""
-    for name in COMMANDS:
+def install_commands(root, missing):
+    """Puts the canned commands, but the missing ones, where the product has its own below `root`."""
+    for name in sorted(set(COMMANDS) - set(missing)):
         path = pathlib.Path(root) / name
         path.parent.mkdir(parents=True, exist_ok=True)
         shutil.copy(HERE / "host_command", path)
