@@ -1,0 +1,283 @@
+// The table against a tree: both must come out as the same bytes.
+
+#include <algorithm>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <boost/property_tree/json_parser.hpp>
+#include <boost/property_tree/ptree.hpp>
+
+#include "export/file_entries.h"
+#include "random_text.h"
+
+namespace {
+
+using boost::property_tree::ptree;
+
+std::string ArrayText(const FileEntryTable& table) {
+  std::ostringstream out;
+  table.WriteArray(out);
+  return out.str();
+}
+
+/// The array that the JSON writer makes of a member that holds `entries` as a tree.
+std::string ArrayTextOfATree(const std::vector<Fields>& entries) {
+  ptree root;
+  root.push_back({"m", TreeOf(entries)});
+  std::ostringstream out;
+  boost::property_tree::write_json(out, root, true);
+  const std::string start = "{\n    \"m\": ";
+  const std::string end = "\n}\n";
+  const std::string document = out.str();
+  EXPECT_EQ(document.substr(0, start.size()), start);
+  return document.substr(start.size(), document.size() - start.size() - end.size());
+}
+
+/// Compares without printing megabytes.
+void ExpectSameBytes(const std::string& text, const std::string& expected) {
+  if (text == expected) {
+    return;
+  }
+  const auto difference = static_cast<std::size_t>(
+      std::mismatch(text.begin(), text.end(), expected.begin(), expected.end()).first -
+      text.begin());
+  const std::size_t from = difference < 40 ? 0 : difference - 40;
+  ADD_FAILURE() << text.size() << " bytes for " << expected.size() << ", different at "
+                << difference << ": ..." << text.substr(from, 80) << "... for ..."
+                << expected.substr(from, 80) << "...";
+}
+
+void ExpectTheBytesOfATree(const std::vector<Fields>& entries) {
+  ExpectSameBytes(ArrayText(TableOf(entries)), ArrayTextOfATree(entries));
+}
+
+Fields Filled(const std::string& text) {
+  Fields fields;
+  fields.fill(text);
+  return fields;
+}
+
+// Fields are looked at in blocks, so each length and each place of a byte is a case of its own.
+constexpr std::size_t kTwoBlocks = 32;
+
+TEST(FileEntryTable, WritesTheBytesOfARealTree) {
+  RandomText random(20200913);
+  std::vector<Fields> entries;
+  for (int i = 0; i < 5000; ++i) {
+    entries.push_back(random.Entry(50));
+  }
+  ExpectTheBytesOfATree(entries);
+}
+
+TEST(FileEntryTable, OneEntryIsAnArrayOfOne) {
+  EXPECT_EQ(ArrayText(TableOf({{"1", "2", "3", "4", "5", "6", "7", "8", "9", "/a b", "x"}})),
+            "[\n"
+            "        {\n"
+            "            \"filenum\": \"1\",\n"
+            "            \"length\": \"2\",\n"
+            "            \"plength\": \"3\",\n"
+            "            \"dlength\": \"4\",\n"
+            "            \"blknum\": \"5\",\n"
+            "            \"in_image\": \"6\",\n"
+            "            \"raw_partition_sz\": \"7\",\n"
+            "            \"gigabytes\": \"8\",\n"
+            "            \"device_num\": \"9\",\n"
+            "            \"path\": \"\\/a b\",\n"
+            "            \"data\": \"x\"\n"
+            "        }\n"
+            "    ]");
+}
+
+TEST(FileEntryTable, EveryByteIsEscapedAsTheWriterDoes) {
+  std::vector<Fields> entries;
+  for (int value = 1; value <= 0xFF; ++value) {
+    const char c = static_cast<char>(value);
+    if (c == '\t' || c == '\n') {
+      continue;
+    }
+    for (std::size_t place = 0; place < 17; ++place) {
+      Fields fields = Filled("x");
+      fields[place % fields.size()] = std::string(place, 'a') + c + "b";
+      fields[10] = std::string(17 - place, 'a') + c;
+      entries.push_back(fields);
+    }
+  }
+  ExpectTheBytesOfATree(entries);
+}
+
+TEST(FileEntryTable, TheEscapesAreThoseThatConsumersKnow) {
+  Fields fields = Filled("x");
+  fields[9] = "\"\\/ \b\f\r";
+  fields[10] = "\x01\x02\x0b\x0e\x1f\x7f\x80\xff";
+  const std::string text = ArrayText(TableOf({fields}));
+  EXPECT_NE(text.find(R"("path": "\"\\\/ \b\f\r")"), std::string::npos);
+  EXPECT_NE(text.find("\"data\": \"\\u0001\\u0002\\u000B\\u000E\\u001F\x7f\x80\xff\""),
+            std::string::npos);
+}
+
+TEST(FileEntryTable, RunsOfSpecialBytesAreEscapedOneByOne) {
+  RandomText random(1);
+  std::vector<Fields> entries;
+  for (std::size_t size = 1; size <= 3 * kTwoBlocks; ++size) {
+    entries.push_back(Filled(std::string(size, '/')));
+    entries.push_back(Filled(std::string(size, '\x1f')));
+    entries.push_back(random.Entry(size));
+  }
+  ExpectTheBytesOfATree(entries);
+}
+
+TEST(FileEntryTable, FieldsMayHaveAnyLength) {
+  std::vector<Fields> entries;
+  for (std::size_t size = 1; size <= 2 * kTwoBlocks; ++size) {
+    entries.push_back(Filled(std::string(size, 'a')));
+    for (std::size_t position = 0; position < FileEntryTable::kFieldCount; ++position) {
+      Fields fields = Filled("b");
+      fields[position] = std::string(size, 'c');
+      entries.push_back(fields);
+    }
+  }
+  ExpectTheBytesOfATree(entries);
+}
+
+TEST(FileEntryTable, EntriesMayFillManyChunks) {
+  RandomText random(7);
+  std::vector<Fields> entries;
+  for (int i = 0; i < 5000; ++i) {
+    entries.push_back(random.Entry(150));  // about 4 MB in all, in chunks of 1 MiB
+  }
+  ExpectTheBytesOfATree(entries);
+}
+
+TEST(FileEntryTable, AnEntryMayEndAnywhereAroundTheEndOfAChunk) {
+  // The first chunk holds 64 KiB. The room behind its last entry is each size from nothing up.
+  for (std::size_t spare = 0; spare <= 3 * kTwoBlocks; ++spare) {
+    Fields long_entry = Filled("x");
+    long_entry[9] = std::string(65536 - 22 - spare, 'p');
+    ExpectTheBytesOfATree({long_entry, Filled("y"), long_entry, Filled("z/")});
+  }
+}
+
+TEST(FileEntryTable, TheNextChunksHoldAMebibyte) {
+  // The first chunk is left behind at once; in the second, one or two more entries have room.
+  for (std::size_t spare = 0; spare <= 40; spare += 5) {
+    Fields first = Filled("x");
+    first[9] = std::string(65536, 'p');
+    Fields second = Filled("x");
+    second[9] = std::string(1048576 - 46 - spare, 'q');
+    ExpectTheBytesOfATree({first, second, Filled("y"), Filled("z")});
+  }
+}
+
+TEST(FileEntryTable, FieldsMayHaveMegabytes) {
+  RandomText random(42);
+  Fields large = random.Entry(20);
+  large[0] = std::string(1048576, 'a');
+  large[9] = std::string(3000000, '/');
+  Fields larger = random.Entry(20);
+  larger[10] = std::string(4000000, 'b') + "\"";
+  ExpectTheBytesOfATree({random.Entry(20), large, random.Entry(20), random.Entry(20), larger,
+                         larger, random.Entry(20)});
+}
+
+TEST(FileEntryTable, OutputPiecesMayEndAnywhere) {
+  // Written in pieces of 256 KiB: each byte of the text stands at the end of one in its turn.
+  const std::string start =
+      "[\n"
+      "        {\n"
+      "            \"filenum\": \"";
+  const std::string end =
+      "\\/\",\n"
+      "            \"length\": \"x\",\n"
+      "            \"plength\": \"x\",\n"
+      "            \"dlength\": \"x\",\n"
+      "            \"blknum\": \"x\",\n"
+      "            \"in_image\": \"x\",\n"
+      "            \"raw_partition_sz\": \"x\",\n"
+      "            \"gigabytes\": \"x\",\n"
+      "            \"device_num\": \"x\",\n"
+      "            \"path\": \"x\",\n"
+      "            \"data\": \"x\"\n"
+      "        }\n"
+      "    ]";
+  for (std::size_t size = 262144 - start.size() - end.size(); size <= 262144; ++size) {
+    Fields fields = Filled("x");
+    fields[0] = std::string(size, 'a') + "/";
+    ExpectSameBytes(ArrayText(TableOf({fields})), start + std::string(size, 'a') + end);
+  }
+}
+
+TEST(FileEntryTable, RunsOfTabsSeparateOnce) {
+  RandomText random(3);
+  std::vector<Fields> entries;
+  FileEntryTable table;
+  for (int i = 0; i < 3000; ++i) {
+    const Fields fields = random.Entry(20);
+    std::string line(random.Number(0, 2), '\t');
+    for (const std::string& field : fields) {
+      line += field + std::string(random.Number(1, 3), '\t');
+    }
+    if (random.Number(0, 1) == 0) {
+      line.erase(line.find_last_not_of('\t') + 1);
+    }
+    ASSERT_TRUE(table.Append(line));
+    entries.push_back(fields);
+  }
+  ExpectSameBytes(ArrayText(table), ArrayTextOfATree(entries));
+}
+
+TEST(FileEntryTable, AnyOtherFieldCountIsRefusedAndChangesNothing) {
+  RandomText random(5);
+  std::vector<Fields> entries;
+  FileEntryTable table;
+  for (std::size_t i = 0; i < 2000; ++i) {
+    const Fields fields = random.Entry(40);
+    const std::string line = LineOf(fields);
+    EXPECT_FALSE(table.Append(line + "\tx"));
+    EXPECT_FALSE(table.Append(line.substr(0, line.rfind('\t'))));
+    EXPECT_FALSE(table.Append(line.substr(0, line.rfind('\t') + 1)));
+    EXPECT_FALSE(table.Append(std::string(i % 50, '\t')));
+    EXPECT_FALSE(table.Append(std::string(i % 50, 'x')));
+    EXPECT_EQ(table.empty(), i == 0);
+    ASSERT_TRUE(table.Append(line));
+    entries.push_back(fields);
+  }
+  EXPECT_FALSE(table.Append(std::string(2000000, 'x')));
+  ExpectSameBytes(ArrayText(table), ArrayTextOfATree(entries));
+}
+
+TEST(FileEntryTable, EachNumberOfFieldsIsToldFromEleven) {
+  for (std::size_t size = 1; size <= kTwoBlocks; ++size) {
+    std::string line(size, 'a');
+    for (std::size_t count = 1; count <= 40; ++count) {
+      FileEntryTable table;
+      EXPECT_EQ(table.Append(line), count == 11) << count << " fields of " << size;
+      line += '\t' + std::string(size, 'a');
+    }
+  }
+}
+
+TEST(FileEntryTable, ANewTableIsEmpty) {
+  FileEntryTable table;
+  EXPECT_TRUE(table.empty());
+  EXPECT_FALSE(table.Append(""));
+  EXPECT_TRUE(table.empty());
+  EXPECT_TRUE(table.Append(LineOf(Filled("x"))));
+  EXPECT_FALSE(table.empty());
+}
+
+TEST(FileEntryTable, WritingChangesNothing) {
+  const FileEntryTable table = TableOf({Filled("x"), Filled("y")});
+  const std::string once = ArrayText(table);
+  EXPECT_EQ(ArrayText(table), once);
+}
+
+TEST(FileEntryTable, AFailureShowsInTheStream) {
+  const FileEntryTable table = TableOf({Filled("x")});
+  std::ostream out(nullptr);
+  table.WriteArray(out);
+  EXPECT_FALSE(out.good());
+}
+
+}  // namespace
