@@ -1,0 +1,62 @@
+#!/usr/bin/env bash
+# Checks what the compiler does not: the format of the C++ files (clang-format), their habits
+# (clang-tidy, with the checks of .clang-tidy) and the shell scripts (shellcheck). Changes nothing.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+# shellcheck source=scripts/lib/packages.sh
+source scripts/lib/packages.sh
+
+readonly build=build/release
+
+# The project's files, new ones included, that match the patterns "$@"; a zero byte ends each. The
+# tree may belong to another user, as it does where a container mounts it.
+project_files() {
+  git -c safe.directory="$PWD" ls-files -z --cached --others --exclude-standard --deduplicate -- "$@"
+}
+
+# The files whose first line calls for a shell, or says that they are part of a script. A zero byte
+# ends each.
+shell_scripts() {
+  local file first_line
+  project_files | while IFS= read -r -d '' file; do
+    if [[ -f $file ]] && IFS= read -r first_line <"$file" &&
+      [[ $first_line =~ ^(#!.*[/ ](ba|da)?sh( |$)|# shellcheck shell=) ]]; then
+      printf '%s\0' "$file"
+    fi
+  done
+}
+
+# The C++ files that the build compiles, each once; a zero byte ends each.
+compiled_files() {
+  sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' "$build/compile_commands.json" |
+    sort --unique | tr '\n' '\0'
+}
+
+check_format() {
+  project_files '*.cpp' '*.h' | xargs -0 clang-format-14 --dry-run -Werror
+}
+
+check_shell_scripts() {
+  shell_scripts | xargs -0 shellcheck --external-sources
+}
+
+check_habits() {
+  # What clang-tidy writes to standard error is how many findings in foreign headers it left out.
+  cmake --preset release -DQUILLMERE_TESTS=ON >/dev/null &&
+    compiled_files |
+    xargs -0 --max-args=1 --max-procs="$(nproc)" clang-tidy-14 -p "$build" --quiet \
+      2> >(grep -Ev '^[0-9]+ warnings? generated\.$' >&2)
+}
+
+install_missing "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}" "${CHECK_PACKAGES[@]}"
+
+failed=()
+for check in check_format check_shell_scripts check_habits; do
+  echo "==> $check"
+  "$check" || failed+=("$check")
+done
+if ((${#failed[@]} > 0)); then
+  echo "Failed: ${failed[*]}"
+  exit 1
+fi
+echo "Nothing to complain about."

@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# Shows the four actions at work. Installs what is missing, builds the tool for the stand-in host
+# product, makes a small catalogue for it and exports it. Everything is kept in build/demo.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+# shellcheck source=scripts/lib/packages.sh
+source scripts/lib/packages.sh
+
+readonly build=build/demo
+readonly exported=$build/exported
+readonly output=$build/output.txt
+
+# Prints the heading "$1" with an empty line before it.
+heading() {
+  printf '\n==> %s\n' "$1"
+}
+
+# Prints the first $1 and the last $2 lines of $output, and of each line its first 100 bytes.
+show_some_output() {
+  local head=$1 tail=$2 lines
+  lines=$(wc -l <"$output")
+  {
+    head -n "$head" "$output"
+    echo "... $((lines - head - tail)) lines more ..."
+    tail -n "$tail" "$output"
+  } | LC_ALL=C sed 's/^\(.\{97\}\).\{4,\}/\1.../'
+}
+
+# action ARGUMENT...: shows a command line of the tool and runs it. What it prints goes to $output.
+# Ends the demo when the status is not 0.
+action() {
+  local status=0
+  echo "\$ quillmere $*"
+  "$build/quillmere_standin" "$@" >"$output" || status=$?
+  if ((status != 0)); then
+    cat "$output"
+    echo "The demo failed: this action ended with status $status." >&2
+    exit 1
+  fi
+}
+
+install_missing "${BUILD_PACKAGES[@]}"
+
+echo "==> Building quillmere for the stand-in host product in $build"
+cmake --preset release -B "$build" -DQUILLMERE_TESTS=OFF >/dev/null
+cmake --build "$build" --target quillmere_standin make_catalogue -- --quiet
+
+heading "Making a catalogue of backup images, with the stand-in"
+"$build/standin/make_catalogue" --root "$build/standin-root" --seed 1 \
+  --clients 2 --policies 1 --schedules 2 --images 24 --entries 30
+echo "In what follows, quillmere is $build/quillmere_standin, built for the stand-in's root."
+rm -rf "$exported"
+mkdir -p "$exported"
+
+heading "list_backups: the product's own listing of the images, here of all clients"
+action --action list_backups
+show_some_output 9 2
+# The row of an image begins with its id: the client's name, "_" and the time of the backup.
+client=$(sed -n '/^[^ _]*_[0-9]* /{s/_.*//p;q}' "$output")
+echo "[status 0]"
+
+heading "dump_backup_set_list: which backup sets the client $client has, the newest three"
+action --action dump_backup_set_list --client "$client" --count 3 --output_dir "$exported"
+cat "$exported/backup_sets.json"
+time=$(sed -n '/BackupCreateTime/{s/[^0-9]//gp;q}' "$exported/backup_sets.json")
+echo "[status 0]"
+
+heading "dump_backup_set: every image of the newest set, named by its creation time"
+action --action dump_backup_set --client "$client" --time "$time" --output_dir "$exported"
+(cd "$exported" && wc --bytes -- "$client"_*.json)
+image=$(find "$exported" -name "${client}_*.json" -printf '%f\n' | sort | head -n 1)
+echo "[status 0]"
+
+heading "dump_backup: one image, its metadata and its file entries, here to standard output"
+action --action dump_backup --backup_id "${image%.json}"
+show_some_output 26 8
+echo "[status 0]"
+
+heading "All four actions ended with status 0. The documents are in $exported."

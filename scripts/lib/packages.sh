@@ -1,0 +1,49 @@
+# shellcheck shell=bash
+# The Debian packages that the scripts need, and the function that installs the missing ones.
+
+# shellcheck disable=SC2034  # the lists are read by the scripts that source this file
+{
+  BUILD_PACKAGES=(cmake g++ libboost-dev ninja-build)
+  TEST_PACKAGES=(libgtest-dev mount python3 util-linux)
+  CHECK_PACKAGES=(clang-format-14 clang-tidy-14 git shellcheck)
+}
+
+# True when the Debian package $1 is installed.
+is_installed() {
+  [[ $(dpkg-query --show --showformat=' ${db:Status-Status} ' "$1" 2>/dev/null) == *' installed '* ]]
+}
+
+# Runs a command as root: as it is for root, through sudo for anyone else.
+as_root() {
+  if ((EUID == 0)); then
+    "$@"
+  else
+    sudo "$@"
+  fi
+}
+
+# install_missing PACKAGE...: installs those packages that are not there yet. When all of them are,
+# it asks nobody for anything and does nothing.
+install_missing() {
+  local package
+  local -a missing=()
+  if ! command -v dpkg-query >/dev/null; then
+    echo "This is not Debian. Please see to it that you have what these packages hold: $*"
+    return
+  fi
+  for package in "$@"; do
+    is_installed "$package" || missing+=("$package")
+  done
+  if ((${#missing[@]} == 0)); then
+    return
+  fi
+  echo "==> Installing ${missing[*]}"
+  if ((EUID != 0)) && ! command -v sudo >/dev/null; then
+    echo "That takes root, and there is no sudo here. As root, run:" >&2
+    echo "    apt-get update && apt-get install ${missing[*]}" >&2
+    return 1
+  fi
+  as_root apt-get -qq update
+  as_root env DEBIAN_FRONTEND=noninteractive \
+    apt-get -qq -o=Dpkg::Use-Pty=0 install --no-install-recommends --yes "${missing[@]}"
+}
