@@ -12,8 +12,6 @@
 
 namespace {
 
-using std::string_view_literals::operator""sv;
-
 constexpr std::size_t kFirstChunkSize = std::size_t{64} * 1024;  // bytes
 constexpr std::size_t kChunkSize = std::size_t{1024} * 1024;
 constexpr std::size_t kWriteSize = std::size_t{512} * 1024;  // bytes written at a time
@@ -98,17 +96,17 @@ constexpr auto kArrayClose = MakeReplacement<64>(
 /// What stands between two fields, by the position of the second one in its entry.
 constexpr auto kNextField = [] {
   constexpr std::array<std::string_view, FileEntryTable::kFieldCount> kTexts = {
-      ""sv,
-      "\",\n            \"length\": \""sv,
-      "\",\n            \"plength\": \""sv,
-      "\",\n            \"dlength\": \""sv,
-      "\",\n            \"blknum\": \""sv,
-      "\",\n            \"in_image\": \""sv,
-      "\",\n            \"raw_partition_sz\": \""sv,
-      "\",\n            \"gigabytes\": \""sv,
-      "\",\n            \"device_num\": \""sv,
-      "\",\n            \"path\": \""sv,
-      "\",\n            \"data\": \""sv,
+      "",
+      "\",\n            \"length\": \"",
+      "\",\n            \"plength\": \"",
+      "\",\n            \"dlength\": \"",
+      "\",\n            \"blknum\": \"",
+      "\",\n            \"in_image\": \"",
+      "\",\n            \"raw_partition_sz\": \"",
+      "\",\n            \"gigabytes\": \"",
+      "\",\n            \"device_num\": \"",
+      "\",\n            \"path\": \"",
+      "\",\n            \"data\": \"",
   };
   std::array<Replacement<48>, kTexts.size()> replacements;
   std::transform(kTexts.begin(), kTexts.end(), replacements.begin(), MakeReplacement<48>);
@@ -177,6 +175,49 @@ class OutputBuffer {
   std::size_t size_ = 0;  // bytes in use
 };
 
+/// Turns the text of entries into a JSON array.
+class ArrayWriter {
+ public:
+  ArrayWriter(std::ostream* out, std::size_t entry_count)
+      : buffer_(out), entries_left_(entry_count) {
+    buffer_.Append(kArrayOpen);
+  }
+
+  /// Writes the whole entries in [begin, end).
+  void Write(const char* begin, const char* end) {
+    for (const char* group = begin; group < end; group += kGroupSize) {
+      buffer_.MakeRoom();
+      const char* plain = group;
+      for (std::uint64_t special = BytesThat<IsSpecial>(group, end); special != 0;
+           special &= special - 1) {
+        const char* const at = group + std::countr_zero(special);
+        buffer_.Append(plain, at);
+        Replace(static_cast<unsigned char>(*at));
+        plain = at + 1;
+      }
+      buffer_.Append(plain, std::min(group + kGroupSize, end));
+    }
+  }
+
+  void Finish() { buffer_.Flush(); }
+
+ private:
+  void Replace(unsigned char special) {
+    if (special == '\t') {
+      buffer_.Append(kNextField[++field_]);
+    } else if (special == '\n') {
+      buffer_.Append(--entries_left_ == 0 ? kArrayClose : kNextEntry);
+      field_ = 0;
+    } else {
+      buffer_.Append(kEscapes[special]);
+    }
+  }
+
+  OutputBuffer buffer_;
+  std::size_t entries_left_;
+  std::size_t field_ = 0;  // position in the entry
+};
+
 /// Removes the empty fields from [begin, end), text in which each field ends with a tab. Returns
 /// the new end.
 char* RemoveEmptyFields(char* begin, char* end) {
@@ -234,34 +275,9 @@ bool FileEntryTable::Append(std::string_view line) {
 }
 
 void FileEntryTable::WriteArray(std::ostream& out) const {
-  OutputBuffer buffer(&out);
-  buffer.Append(kArrayOpen);
-  std::size_t entries_left = entry_count_;
-  std::size_t field = 0;
-  const auto append_special = [&](char c) {
-    if (c == '\t') {
-      buffer.Append(kNextField[++field]);
-    } else if (c == '\n') {
-      buffer.Append(--entries_left == 0 ? kArrayClose : kNextEntry);
-      field = 0;
-    } else {
-      buffer.Append(kEscapes[static_cast<std::size_t>(c)]);
-    }
-  };
+  ArrayWriter writer(&out, entry_count_);
   for (const Chunk& chunk : chunks_) {
-    const char* const end = chunk.text.get() + chunk.size;
-    for (const char* group = chunk.text.get(); group < end; group += kGroupSize) {
-      buffer.MakeRoom();
-      const char* plain = group;
-      for (std::uint64_t special = BytesThat<IsSpecial>(group, end); special != 0;
-           special &= special - 1) {
-        const char* const at = group + std::countr_zero(special);
-        buffer.Append(plain, at);
-        append_special(*at);
-        plain = at + 1;
-      }
-      buffer.Append(plain, std::min(group + kGroupSize, end));
-    }
+    writer.Write(chunk.text.get(), chunk.text.get() + chunk.size);
   }
-  buffer.Flush();
+  writer.Finish();
 }
