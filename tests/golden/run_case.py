@@ -9,6 +9,7 @@ namespace in which ROOT holds the canned commands; 77 is the status when there c
 
 import argparse
 import difflib
+import io
 import os
 import pathlib
 import resource
@@ -21,6 +22,7 @@ import tempfile
 
 HERE = pathlib.Path(__file__).resolve().parent
 COMMANDS = ("bin/admincmd/qvroll", "bin/admincmd/qvmeta", "bin/rec_unfold")
+PARTS = "args host commands stdout stderr status before files tmp prepare wrapper not-with realroot"
 SKIPPED = 77
 TIMEOUT = 120  # seconds; a case that takes so long hangs
 
@@ -52,10 +54,17 @@ def read(path):
     return path.read_bytes() if path.is_file() else b""
 
 
+def content(path):
+    """What stands at `path`, in bytes that tell a file from a folder and from a link."""
+    if path.is_symlink():
+        return b"(link to " + os.fsencode(os.readlink(path)) + b")"
+    return b"(folder)" if path.is_dir() else path.read_bytes()
+
+
 def tree(folder):
-    """The content of each file below a folder, by its path in it; None for a folder."""
+    """What stands in a folder and below, by its path in it; nothing for a folder that is not there."""
     return {
-        str(path.relative_to(folder)): read(path) if path.is_file() else None
+        os.fsencode(path.relative_to(folder)): content(path)
         for path in sorted(folder.rglob("*"))
         if path.name != ".gitkeep"
     }
@@ -69,44 +78,58 @@ class Case:
         self.folder = run / "case"
         self.out = run / "out"
         self.root = root
+        self.word = f"run{os.getpid()}"  # no other run has it meanwhile
+        self.places = {"@OUT@": str(self.out), "@ROOT@": root, "@RUN@": self.word}
         shutil.copytree(folder, self.folder, symlinks=True)
         if (self.folder / "prepare").exists():
             subprocess.run([self.folder / "prepare"], cwd=self.folder, check=True)
-        for canned in self.folder.glob("host/*.out"):
+        for path in self.folder.iterdir():
+            if path.name not in PARTS.split():
+                sys.exit(f"{folder}: {path.name} is no part of a case")
+        for canned in [*self.folder.glob("host/*.out"), *self.folder.glob("host/*.err")]:
             canned.write_bytes(self.fill_in(canned.read_bytes()))
         if (self.folder / "before").is_dir():
-            shutil.copytree(self.folder / "before", self.out)
+            shutil.copytree(self.folder / "before", self.out, symlinks=True)
         self.out.mkdir(exist_ok=True)
 
     def fill_in(self, text):
-        return text.replace(b"@OUT@", os.fsencode(self.out)).replace(b"@ROOT@", os.fsencode(self.root))
+        for place, value in self.places.items():
+            text = text.replace(place.encode(), os.fsencode(value))
+        return text
 
     def expected(self, name):
         return self.fill_in(read(self.folder / name))
 
-    def arguments(self):
-        lines = self.expected("args").split(b"\n")
-        return [os.fsdecode(line) for line in lines[:-1]]
+    def expected_tree(self, name):
+        return {self.fill_in(at): self.fill_in(what) for at, what in tree(self.folder / name).items()}
 
-    def expected_status(self):
-        return self.expected("status").decode().strip() or "0"
+    def arguments(self):
+        text = self.expected("args")
+        lines = text.removesuffix(b"\n").split(b"\n") if text else []
+        return [os.fsdecode(line) for line in lines]
+
+    def left_in_tmp(self):
+        """Takes out of /tmp what has the run's word in front of its name."""
+        paths = list(pathlib.Path("/tmp").glob(f"{self.word}_*"))
+        left = {os.fsencode(path.name): content(path) for path in paths}
+        for path in paths:
+            path.unlink()
+        return left
 
 
 def run_program(case, command):
     """Runs the command line; returns its output, its diagnostics, and its status or signal."""
-    environment = dict(os.environ, GOLDEN_RUN=str(case.run), GOLDEN_OUT=str(case.out), LC_ALL="C")
+    environment = dict(os.environ, LC_ALL="C")
+    environment.update(GOLDEN_RUN=str(case.run), GOLDEN_OUT=str(case.out), GOLDEN_WORD=case.word)
     with open(case.run / "stdout", "wb") as stdout, open(case.run / "stderr", "wb") as stderr:
-        ended = subprocess.run(
-            command,
-            cwd=case.run,
-            env=environment,
-            stdin=subprocess.DEVNULL,
-            stdout=stdout,
-            stderr=stderr,
-            timeout=TIMEOUT,
-            check=False,
-        ).returncode
-    status = signal.Signals(-ended).name if ended < 0 else str(ended)
+        streams = {"stdin": subprocess.DEVNULL, "stdout": stdout, "stderr": stderr}
+        process = subprocess.Popen(command, cwd=case.run, env=environment, **streams)
+        try:
+            ended = process.wait(TIMEOUT)
+            status = signal.Signals(-ended).name if ended < 0 else str(ended)
+        except subprocess.TimeoutExpired:
+            process.kill()
+            status = f"none after {TIMEOUT} seconds"
     return read(case.run / "stdout"), read(case.run / "stderr"), status
 
 
@@ -116,9 +139,9 @@ def show_difference(what, expected, actual):
         at = next((i for i, (a, b) in enumerate(zip(expected, actual)) if a != b), None)
         print(f"expected {len(expected)} bytes, got {len(actual)}; first other byte: {at}")
         return
-    lines = [text.decode("utf-8", "backslashreplace").splitlines(True) for text in (expected, actual)]
-    for line in difflib.unified_diff(*lines, "expected", "actual"):
-        print(line, end="" if line.endswith("\n") else "\n\\ no newline at the end\n")
+    lines = [[repr(line)[2:-1] for line in io.BytesIO(text)] for text in (expected, actual)]
+    for line in difflib.unified_diff(*lines, "expected", "actual", lineterm=""):
+        print(line)
 
 
 def compare(case, stdout, stderr, status):
@@ -126,19 +149,18 @@ def compare(case, stdout, stderr, status):
     pairs = {
         "standard output": (case.expected("stdout"), stdout),
         "standard error": (case.expected("stderr"), stderr),
-        "status": (case.expected_status().encode(), status.encode()),
+        "status": (case.expected("status").strip() or b"0", status.encode()),
         "the commands run": (case.expected("commands"), read(case.run / "commands")),
     }
-    expected_files = tree(case.folder / "files") if (case.folder / "files").is_dir() else {}
-    files = tree(case.out)
-    for name in sorted(expected_files.keys() | files.keys()):
-        absent = b"(no such file)"
-        expected, actual = expected_files.get(name, absent), files.get(name, absent)
-        if isinstance(expected, bytes):
-            expected = case.fill_in(expected)
-        pairs[f"the file {name}"] = tuple(b"(folder)" if x is None else x for x in (expected, actual))
-    for name in read(case.folder / "absent").decode().split():
-        pairs[f"the file {name}"] = (b"absent", b"present" if os.path.lexists(name) else b"absent")
+    trees = {
+        "the file": (case.expected_tree("files"), tree(case.out)),
+        "the file in /tmp": (case.expected_tree("tmp"), case.left_in_tmp()),
+    }
+    for what, (expected, actual) in trees.items():
+        for name in sorted(expected.keys() | actual.keys()):
+            pairs[f"{what}: {os.fsdecode(name)}"] = tuple(
+                files.get(name, b"(nothing)") for files in (expected, actual)
+            )
     different = {what: pair for what, pair in pairs.items() if pair[0] != pair[1]}
     for what, pair in different.items():
         show_difference(what, *pair)
@@ -164,7 +186,11 @@ def in_private_namespace(case, commands, command):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--real-root", action="store_true")
-    parser.add_argument("--under", default="", help="a command line to run the program with")
+    parser.add_argument(
+        "--under",
+        default=os.environ.get("GOLDEN_UNDER", ""),
+        help="a command line that runs the program, such as a memory checker; else $GOLDEN_UNDER",
+    )
     parser.add_argument("program")
     parser.add_argument("root")
     parser.add_argument("case", type=pathlib.Path)
@@ -176,6 +202,9 @@ def main():
         command = shlex.split(options.under) + [options.program] + case.arguments()
         if (case.folder / "wrapper").exists():
             command = [str(case.folder / "wrapper")] + command
+        if options.under and b"--under" in case.expected("not-with"):
+            print("skipped: the case does not run under another program")
+            sys.exit(SKIPPED)
         if options.real_root:
             commands = case.run / "root"
             install_commands(commands, read(case.folder / "realroot").decode().split())

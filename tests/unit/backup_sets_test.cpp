@@ -46,6 +46,7 @@ std::string Text(const BackupSet& set) {
 
 std::vector<std::string> Texts(const std::vector<BackupSet>& sets) {
   std::vector<std::string> texts;
+  texts.reserve(sets.size());
   for (const BackupSet& set : sets) {
     texts.push_back(Text(set));
   }

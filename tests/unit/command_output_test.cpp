@@ -10,9 +10,10 @@
 #include "fake_host.h"
 #include "layout/layout.h"
 
+using namespace std::string_literals;
+
 namespace {
 
-using std::string_literals::operator""s;
 using testing::Each;
 using testing::ElementsAre;
 
@@ -35,6 +36,7 @@ std::vector<std::string> LinesOf(const std::string& output) {
 
 std::vector<std::size_t> SizesOf(const std::vector<std::string>& texts) {
   std::vector<std::size_t> sizes;
+  sizes.reserve(texts.size());
   for (const std::string& text : texts) {
     sizes.push_back(text.size());
   }
@@ -271,12 +273,13 @@ TEST(CommandOutput, TheShellRunsTheCommand) {
   host.LeavesToTheShell();
   verbose = 1;
   const Outcome outcome = host.Run([] {
-    CommandOutput command("printf 'a\\n%s' \"b c\"; echo complaint >&2; exit 7");
+    CommandOutput command("printf 'a %s\n' 'b  c'; echo complaint >&2; printf end; exit 7");
     ReadAll(&command);
   });
   EXPECT_EQ(outcome.out,
-            "[cmd] printf 'a\\n%s' \"b c\"; echo complaint >&2; exit 7\n"
-            "a\nb c");
+            "[cmd] printf 'a %s\n' 'b  c'; echo complaint >&2; printf end; exit 7\n"
+            "a b  c\n"
+            "end");
   EXPECT_EQ(outcome.err, "complaint\n");
 }
 

@@ -206,15 +206,14 @@ TEST(DumpBackup, TheExitStatusOfACommandIsNotLookedAt) {
 TEST(DumpBackup, TracesComeBeforeTheDocument) {
   const std::string id = IdOfThisProcess();
   const std::string client = id.substr(0, id.find('_'));
+  const std::string expected =
+      "[cmd] /usr/ostra/keelhaven/bin/admincmd/qvmeta -json -backupid " + id + "\n" + kMetadata +
+      "[cmd] /usr/ostra/keelhaven/bin/admincmd/qvroll -id " + id + "\n" + kLookUp +
+      "[cmd] /usr/ostra/keelhaven/bin/rec_unfold -dump /usr/ostra/keelhaven/db/images/" + client +
+      "/1600000000/name\n" + kEntries + kDocument;
   for (const int level : {1, 2, 3}) {
     const Outcome outcome = Export(id, "", level);
-    EXPECT_EQ(outcome.out, "[cmd] /usr/ostra/keelhaven/bin/admincmd/qvmeta -json -backupid " + id +
-                               "\n" + kMetadata +
-                               "[cmd] /usr/ostra/keelhaven/bin/admincmd/qvroll -id " + id + "\n" +
-                               kLookUp +
-                               "[cmd] /usr/ostra/keelhaven/bin/rec_unfold -dump "
-                               "/usr/ostra/keelhaven/db/images/" +
-                               client + "/1600000000/name\n" + kEntries + kDocument);
+    EXPECT_EQ(outcome.out, expected);
     EXPECT_EQ(outcome.err, "");
   }
 }

@@ -11,9 +11,10 @@
 #include "fake_host.h"
 #include "layout/layout.h"
 
+using namespace std::string_literals;
+
 namespace {
 
-using std::string_literals::operator""s;
 using testing::ElementsAre;
 
 const char* const kCommand = "/usr/ostra/keelhaven/bin/rec_unfold -dump /c/f";
@@ -43,13 +44,9 @@ std::string ArrayOf(const std::vector<std::pair<std::string, std::string>>& path
         "            \"raw_partition_sz\": \"7\",\n"
         "            \"gigabytes\": \"8\",\n"
         "            \"device_num\": \"9\",\n"
-        "            \"path\": \"" +
-        path +
-        "\",\n"
-        "            \"data\": \"" +
-        data +
-        "\"\n"
-        "        }";
+        "            \"path\": \"";
+    array.append(path).append("\",\n            \"data\": \"").append(data);
+    array += "\"\n        }";
   }
   return array + "\n    ]";
 }

@@ -64,11 +64,7 @@ constexpr std::size_t kTwoBlocks = 32;
 
 TEST(FileEntryTable, WritesTheBytesOfARealTree) {
   RandomText random(20200913);
-  std::vector<Fields> entries;
-  for (int i = 0; i < 5000; ++i) {
-    entries.push_back(random.Entry(50));
-  }
-  ExpectTheBytesOfATree(entries);
+  ExpectTheBytesOfATree(random.Entries(5000, 50));
 }
 
 TEST(FileEntryTable, OneEntryIsAnArrayOfOne) {
@@ -143,11 +139,7 @@ TEST(FileEntryTable, FieldsMayHaveAnyLength) {
 
 TEST(FileEntryTable, EntriesMayFillManyChunks) {
   RandomText random(7);
-  std::vector<Fields> entries;
-  for (int i = 0; i < 5000; ++i) {
-    entries.push_back(random.Entry(150));  // about 4 MB in all, in chunks of 1 MiB
-  }
-  ExpectTheBytesOfATree(entries);
+  ExpectTheBytesOfATree(random.Entries(5000, 150));  // about 4 MB, in chunks of 1 MiB
 }
 
 TEST(FileEntryTable, AnEntryMayEndAnywhereAroundTheEndOfAChunk) {
@@ -203,8 +195,10 @@ TEST(FileEntryTable, OutputPiecesMayEndAnywhere) {
       "    ]";
   for (std::size_t size = 262144 - start.size() - end.size(); size <= 262144; ++size) {
     Fields fields = Filled("x");
-    fields[0] = std::string(size, 'a') + "/";
-    ExpectSameBytes(ArrayText(TableOf({fields})), start + std::string(size, 'a') + end);
+    fields[0].assign(size, 'a').append(1, '/');
+    std::string expected = start;
+    expected.append(size, 'a').append(end);
+    ExpectSameBytes(ArrayText(TableOf({fields})), expected);
   }
 }
 

@@ -164,10 +164,7 @@ TEST(ImageDocument, HasTheBytesOfARealTreeForRandomMetadata) {
   for (int i = 0; i < 150; ++i) {
     SCOPED_TRACE(i);
     const ptree root = random.Tree(5);
-    std::vector<Fields> entries;
-    for (std::size_t count = random.Number(0, 3); count > 0; --count) {
-      entries.push_back(random.Entry(30));
-    }
+    const std::vector<Fields> entries = random.Entries(random.Number(0, 3), 30);
     if (root.data().empty()) {  // a scalar root is refused
       ExpectTheWritersBytes(root, entries);
     }
@@ -176,10 +173,7 @@ TEST(ImageDocument, HasTheBytesOfARealTreeForRandomMetadata) {
 
 TEST(ImageDocument, HasTheBytesOfARealTreeForManyEntries) {
   RandomText random(1234);
-  std::vector<Fields> entries;
-  for (int i = 0; i < 4000; ++i) {
-    entries.push_back(random.Entry(100));
-  }
+  std::vector<Fields> entries = random.Entries(4000, 100);
   entries[1000][9] = std::string(3000000, 'p') + "/\"\\";
   ExpectTheWritersBytes(random.Tree(4), entries);
 }
@@ -214,16 +208,20 @@ TEST(ImageDocument, AnEmptyScalarIsAnEmptyObject) {
   EXPECT_EQ(OnStandardOutput(ptree(""), {}).out, "{\n    \"fentries\": \"\"\n}\n");
 }
 
+void ExpectCannotBeOpened(const ptree& root, const std::vector<Fields>& entries,
+                          const std::string& path) {
+  const Outcome outcome = InFile(root, entries, path);
+  ASSERT_TRUE(outcome.thrown.has_value());
+  EXPECT_EQ(outcome.thrown->what, path + ": cannot open file");
+  EXPECT_EQ(outcome.thrown, WriterInFile(WithEntries(root, entries), path).thrown);
+}
+
 TEST(ImageDocument, AFileThatCannotBeOpenedIsTheWritersError) {
   const TemporaryDirectory directory;
   for (const std::string& path : {directory.PathOf("missing/x.json"), directory.path()}) {
     for (const std::vector<Fields>& entries : {std::vector<Fields>{}, {kEntry}}) {
-      for (const ptree& root : {ptree(), ptree("scalar")}) {
-        const Outcome outcome = InFile(root, entries, path);
-        ASSERT_TRUE(outcome.thrown.has_value());
-        EXPECT_EQ(outcome.thrown->what, path + ": cannot open file");
-        EXPECT_EQ(outcome.thrown, WriterInFile(WithEntries(root, entries), path).thrown);
-      }
+      ExpectCannotBeOpened(ptree(), entries, path);
+      ExpectCannotBeOpened(ptree("scalar"), entries, path);
     }
   }
   EXPECT_THAT(directory.FileNames(), IsEmpty());

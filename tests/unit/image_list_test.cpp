@@ -12,9 +12,10 @@
 #include "fake_host.h"
 #include "layout/layout.h"
 
+using namespace std::string_literals;
+
 namespace {
 
-using std::string_literals::operator""s;
 using testing::ElementsAre;
 
 const std::string kRow1 = "a_1 Sun Sep 13 2020     12 3.5M full Daily /x\n";
@@ -31,6 +32,7 @@ struct Query {
 
   [[nodiscard]] std::vector<std::string> Ids() const {
     std::vector<std::string> ids;
+    ids.reserve(images.size());
     for (const BackupImage& image : images) {
       ids.push_back(image.backup_id);
     }
@@ -205,8 +207,9 @@ TEST(ImageList, LevelOneTracesTheCommandAndEveryLine) {
 }
 
 TEST(ImageList, LevelTwoCountsTheImages) {
+  const std::string listing = "\nBackupid x\n" + kRow1 + kRow2;
   for (const int level : {2, 3}) {
-    const Query query("\nBackupid x\n" + kRow1 + kRow2, level);
+    const Query query(listing, level);
     EXPECT_EQ(query.outcome.out,
               "[cmd] /usr/ostra/keelhaven/bin/admincmd/qvroll\n"
               "\n"

@@ -182,7 +182,7 @@ TEST(ImageRow, WithoutANewlineTheLastFieldLosesItsLastCharacter) {
 }
 
 TEST(ImageRow, AZeroByteEndsTheRow) {
-  using std::string_literals::operator""s;
+  using namespace std::string_literals;
   const BackupImage expected = {.backup_id = "c_1",
                                 .size = "3.5M",
                                 .last_field = "sche",

@@ -11,9 +11,10 @@
 #include "fake_host.h"
 #include "layout/layout.h"
 
+using namespace std::string_literals;
+
 namespace {
 
-using std::string_literals::operator""s;
 using testing::ElementsAre;
 using testing::HasSubstr;
 

@@ -28,6 +28,7 @@ using testing::StartsWith;
 int CallMain(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), "/some/path/another_name");
   std::vector<char*> pointers;
+  pointers.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) {
     pointers.push_back(argument.data());
   }
@@ -236,26 +237,30 @@ TEST(Main, TheLevelIsThatOfTheCommandLine) {
             "}\n");
 }
 
+/// Runs the program in a child process, which an exception leaves as it leaves main. Returns the
+/// signal that ended it, or 0.
+int SignalOf(const std::vector<std::string>& arguments, FakeHost* host) noexcept {
+  const pid_t child = fork();
+  if (child == 0) {
+    const rlimit no_core = {};
+    setrlimit(RLIMIT_CORE, &no_core);
+    host->Prints("error\n");
+    CallMain(arguments);
+    _exit(0);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+}
+
 TEST(Main, AnUncaughtExceptionAbortsBehindTheTraces) {
   const TemporaryDirectory directory;
-  int child_status = 0;
+  const std::vector<std::string> arguments = {"--action", "dump_backup",  "--backup_id",
+                                              "a_1600",   "--output_dir", directory.path(),
+                                              "--verbose"};
   FakeHost host;
-  const Outcome outcome = host.Run([&] {
-    const pid_t child = fork();
-    if (child == 0) {
-      const rlimit no_core = {};
-      setrlimit(RLIMIT_CORE, &no_core);
-      host.Prints("error\n");
-      // Leaves the program as an exception leaves main.
-      [&]() noexcept {
-        CallMain({"--action", "dump_backup", "--backup_id", "a_1600", "--output_dir",
-                  directory.path(), "--verbose"});
-      }();
-      _exit(0);
-    }
-    waitpid(child, &child_status, 0);
-  });
-  EXPECT_TRUE(WIFSIGNALED(child_status) && WTERMSIG(child_status) == SIGABRT) << child_status;
+  const Outcome outcome = host.Run([&] { return SignalOf(arguments, &host); });
+  EXPECT_EQ(outcome.status, SIGABRT);
   EXPECT_EQ(outcome.out,
             "[cmd] /usr/ostra/keelhaven/bin/admincmd/qvmeta -json -backupid a_1600\n"
             "error\n");

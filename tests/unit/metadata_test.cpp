@@ -13,10 +13,11 @@
 #include "layout/layout.h"
 #include "temporary_directory.h"
 
+using namespace std::string_literals;
+
 namespace {
 
 using boost::property_tree::ptree;
-using std::string_literals::operator""s;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -119,7 +120,7 @@ TEST(Metadata, ARefusedCommandLeavesAnEmptyFile) {
 
 TEST(Metadata, TextThatIsNoJsonStaysInTheFile) {
   for (const std::string& output :
-       {""s, "error: no such image\n"s, "{\"m\": 1}\n{}"s, "{\"m\": 1"s, "\n\n{,}\n"s}) {
+       {""s, "error: no such image\n"s, "{}\n{}"s, "{\n"s, "\n\n{,}\n"s}) {
     const Fetch fetch(output);
     const auto expected = WhatIsThrownBy([&] {
       ptree tree;
@@ -184,9 +185,9 @@ TEST(Metadata, EachLineIsUndoubledByItself) {
 }
 
 TEST(Metadata, APieceOfALongLineIsUndoubledByItself) {
-  const std::string start = "{\"m\":\"";
+  const std::string start = R"({"m":")";
   const std::string filling(4194303 - start.size() - 1, 'a');
-  const std::string value = ValueIn(start + filling + "%%b%%\"}");
+  const std::string value = ValueIn(start + filling + R"(%%b%%"})");
   EXPECT_TRUE(value == filling + "%%b%");
 }
 
@@ -213,6 +214,56 @@ TEST(Metadata, LinesAreTracedAsTheyAreRead) {
     EXPECT_EQ(fetch.outcome.out, "[cmd] "s + kCommand + "\n{\"m\":\n\"%%d\"}");
     EXPECT_EQ(fetch.outcome.err, "");
   }
+}
+
+/// Metadata whose member "m" is nested so many levels deep, its own object among them.
+std::string Nested(std::size_t levels, const std::string& innermost = "") {
+  return "{\"m\":\n" + std::string(levels - 1, '[') + innermost + std::string(levels - 1, ']') +
+         "}\n";
+}
+
+TEST(Metadata, TenThousandLevelsAreRead) {
+  const Fetch fetch(Nested(10000));
+  EXPECT_EQ(fetch.outcome.thrown, std::nullopt);
+  EXPECT_EQ(fetch.outcome.status, 0);
+  EXPECT_THAT(fetch.directory.FileNames(), IsEmpty());
+}
+
+TEST(Metadata, MoreLevelsAreRefused) {
+  for (const std::string& output :
+       {Nested(10001), Nested(10000, "{}"), Nested(1000000), std::string(10001, '[')}) {
+    const Fetch fetch(output);
+    ASSERT_TRUE(fetch.outcome.thrown.has_value());
+    EXPECT_EQ(fetch.outcome.thrown->what, fetch.path + ": nested too deeply");
+    EXPECT_EQ(fetch.outcome.err, "");
+    EXPECT_TRUE(ReadFile(fetch.path) == output);
+    EXPECT_EQ(fetch.outcome.steps.back(), "fclose " + fetch.path);
+  }
+}
+
+TEST(Metadata, LevelsAreRefusedAsTextThatIsNoJson) {
+  const Fetch deep(Nested(10001));
+  const Fetch invalid("error\n");
+  ASSERT_TRUE(deep.outcome.thrown.has_value());
+  ASSERT_TRUE(invalid.outcome.thrown.has_value());
+  EXPECT_TRUE(deep.outcome.thrown->type == invalid.outcome.thrown->type);
+}
+
+TEST(Metadata, BracketsInsideTextAreNoLevels) {
+  const std::string brackets(20000, '[');
+  EXPECT_TRUE(ValueIn(R"({"m":")" + brackets + "\"}") == brackets);
+  EXPECT_TRUE(ValueIn(R"({"m":"\")" + brackets + R"(\\"})") == '"' + brackets + '\\');
+  EXPECT_TRUE(ValueIn(R"({"m":"\\\")" + brackets + "\"}") == "\\\"" + brackets);
+}
+
+TEST(Metadata, LevelsBesideEachOtherDoNotAddUp) {
+  std::string output = "[{}";
+  for (int i = 0; i < 20000; ++i) {
+    output += ",[{}]";
+  }
+  const Fetch fetch(output + "]");
+  EXPECT_EQ(fetch.outcome.status, 0);
+  EXPECT_EQ(fetch.tree.size(), 20001U);
 }
 
 TEST(UndoublePercents, ADoubledSignBecomesOne) {

@@ -21,17 +21,24 @@ std::string RandomText::Bytes(std::size_t min_size, std::size_t max_size) {
   return bytes;
 }
 
+char RandomText::FieldByte() {
+  const char c = static_cast<char>(Number(1, 0xFF));
+  return c == '\t' || c == '\n' ? FieldByte() : c;
+}
+
 Fields RandomText::Entry(std::size_t max_size) {
   Fields fields;
   for (std::string& field : fields) {
-    field = Bytes(1, max_size);
-    for (char& c : field) {
-      while (c == '\t' || c == '\n' || c == '\0') {
-        c = static_cast<char>(Number(0, 0xFF));
-      }
-    }
+    field.resize(Number(1, max_size));
+    std::generate(field.begin(), field.end(), [&] { return FieldByte(); });
   }
   return fields;
+}
+
+std::vector<Fields> RandomText::Entries(std::size_t count, std::size_t max_size) {
+  std::vector<Fields> entries(count);
+  std::generate(entries.begin(), entries.end(), [&] { return Entry(max_size); });
+  return entries;
 }
 
 ptree RandomText::Tree(std::size_t depth) {

@@ -28,10 +28,15 @@ class RandomText {
   /// Eleven fields of 1 to `max_size` bytes of every value but tab, newline and zero.
   Fields Entry(std::size_t max_size);
 
+  /// `count` such entries.
+  std::vector<Fields> Entries(std::size_t count, std::size_t max_size);
+
   /// A tree that the JSON writer accepts: objects, arrays and texts, `depth` levels deep at most.
   boost::property_tree::ptree Tree(std::size_t depth);
 
  private:
+  char FieldByte();
+
   std::mt19937 engine_;
 };
 

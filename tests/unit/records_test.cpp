@@ -59,6 +59,7 @@ TEST(Records, ThePredicateSortsIntoAscendingTime) {
   std::vector<BackupSet> sets = {SetOfTime(3), SetOfTime(-7), SetOfTime(3), SetOfTime(0)};
   std::sort(sets.begin(), sets.end(), backup_set_compare);
   std::vector<std::int64_t> times;
+  times.reserve(sets.size());
   for (const BackupSet& set : sets) {
     times.push_back(set.create_time);
   }

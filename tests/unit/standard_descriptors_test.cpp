@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <functional>
 #include <string>
@@ -59,19 +60,19 @@ TEST(StandardDescriptors, AFileOpenedLaterTakesNoneOfThem) {
   }
 }
 
+/// Whether neither reading nor writing is possible, as if `descriptor` were closed.
+bool FailsAsClosed(int descriptor) {
+  char byte = 'x';
+  errno = 0;
+  const bool read_fails = read(descriptor, &byte, 1) == -1 && errno == EBADF;
+  errno = 0;
+  return write(descriptor, &byte, 1) == -1 && errno == EBADF && read_fails;
+}
+
 TEST(StandardDescriptors, ReadingAndWritingThereFailAsOnClosedOnes) {
   for (const Descriptors& closed : kClosedChoices) {
-    EXPECT_TRUE(HoldsWithout(closed, [&] {
-      bool all_fail = true;
-      for (const int descriptor : closed) {
-        char byte = 'x';
-        errno = 0;
-        all_fail &= write(descriptor, &byte, 1) == -1 && errno == EBADF;
-        errno = 0;
-        all_fail &= read(descriptor, &byte, 1) == -1 && errno == EBADF;
-      }
-      return all_fail;
-    })) << Name(closed);
+    const auto all_fail = [&] { return std::all_of(closed.begin(), closed.end(), FailsAsClosed); };
+    EXPECT_TRUE(HoldsWithout(closed, all_fail)) << Name(closed);
   }
 }
 
