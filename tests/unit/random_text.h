@@ -9,7 +9,7 @@
 
 #include <boost/property_tree/ptree.hpp>
 
-#include "export/file_entries.h"
+#include "export/file_entry_table.h"
 
 /// The fields of one file entry.
 using Fields = std::array<std::string, FileEntryTable::kFieldCount>;

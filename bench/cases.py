@@ -1,0 +1,186 @@
+"""What is measured against what, on which data, and how good it has to be."""
+
+import functools
+from dataclasses import dataclass
+from typing import Callable
+
+MIB = 1024 * 1024
+
+
+@dataclass(frozen=True)
+class Scale:
+    """How large the cases are and how often they run."""
+    entries: int
+    rows: int
+    set_images: int
+    rival_entries: int
+    by_copy_entries: tuple  # the first that fits into memory
+    runs: int
+    rival_runs: int
+    huge: bool
+
+
+QUICK = Scale(200_000, 200_000, 200, 100_000, (50_000,), runs=3, rival_runs=1, huge=False)
+FULL = Scale(1_000_000, 1_000_000, 1_000, 1_000_000, (1_000_000, 500_000, 250_000, 50_000), runs=5,
+             rival_runs=5, huge=True)
+HUGE_ENTRIES = 10_000_000
+HUGE_DISK = 12 << 30  # bytes: entries and document, and some room
+BY_COPY_BYTES = 20_000  # of memory, for each entry
+
+
+@dataclass(frozen=True)
+class Data:
+    """A catalogue, kept between runs. `reads` says which of its files the subject gets to see."""
+    name: str
+    size: int
+    options: str
+    reads: str
+
+
+def image(entries):
+    return Data(f"image-{entries}", entries, f"--images 1 --clients 1 --entries {entries}",
+                "images/**/*")
+
+
+def listing(rows, parents=True):
+    options = f"--listing-only --clients 6 --policies 4 --schedules 4 --images {rows}"
+    return Data(f"listing-{rows}" if parents else f"lone-{rows}", rows,
+                options if parents else options + " --no-parents", "listing")
+
+
+def backup_set(images):
+    return Data(f"set-{images}", images, f"--set {images} --entries 10", "**/*")
+
+
+@dataclass(frozen=True)
+class Command:
+    name: str
+    shell: str
+    data: Data
+
+
+@dataclass(frozen=True)
+class Target:
+    """A bound on "wall" or "memory": of the ratio, or of the subject's own figure where `bound` is
+    a function of the bytes in and the size."""
+    figure: str
+    bound: float | Callable
+    at_least: bool = False
+    text: str = ""
+
+    def describe(self):
+        return self.text or f"{self.figure} {'≥' if self.at_least else '≤'} {self.bound:g} x"
+
+    def is_met(self, row):
+        if callable(self.bound):
+            return row[self.figure] <= self.bound(row["bytes_in"], row["size"])
+        ratio = row[self.figure + "_ratio"]
+        return ratio >= self.bound if self.at_least else ratio <= self.bound
+
+
+@dataclass(frozen=True)
+class Case:
+    title: str
+    subject: Command
+    base: Command
+    targets: tuple = ()
+    runs: int = 0  # 0: as the scale says
+    repeat: int = 1
+
+
+DUMP = "{tool} --action dump_backup --backup_id {first_id}"
+TO_FILE = DUMP + " --output_dir {out}"
+TO_PIPE = DUMP + " | cat > /dev/null"
+UNFOLD = "{unfold} -dump {entries}"
+LIST = "{tool} --action list_backups | cat > /dev/null"
+SET_LIST = "{tool} --action dump_backup_set_list --output_dir {out}"
+ALL_SETS = SET_LIST + " --count 0"
+SET = ("{tool} --action dump_backup_set --client {set_client} --time {set_time} "
+       "--output_dir {out}")
+LISTING_FLOOR = "{admincmd}/qvroll | cat | cat > /dev/null"
+LOOP = "{here}/shell_loop.sh {admincmd} {unfold} < {images}"
+LOOP_OF_SHELLS = "{here}/shell_loop.sh -c {admincmd} {unfold} < {images}"
+
+HELD = Target("memory", lambda bytes_in, _: 1.15 * bytes_in + 16 * MIB,
+              text="memory ≤ 1.15 x in + 16 MiB")
+
+
+def bytes_each(limit, what):
+    return Target("memory", lambda _, size: limit * size, text=f"memory ≤ {limit:,} bytes a {what}")
+
+
+@dataclass(frozen=True)
+class Rival:
+    """What a user would write. `equal` is what has to be equal to the tool's document: all its
+    "bytes", those of the "entries", or the "content" of the entries."""
+    name: str
+    shell: str
+    holds: bool  # its data, until the last line is judged
+    equal: str = "bytes"
+
+
+IN_PLACE = Rival("tree in place", "{build}/tree_in_place {metadata}", True)
+BY_COPY = Rival("tree by copy", "{build}/tree_by_copy {metadata}", True)
+RIVALS = (
+    Rival("awk", "mawk -v metadata={metadata} -f {here}/rivals/document.awk", False, "entries"),
+    Rival("Miller", "{here}/rivals/miller.sh {metadata}", False, "content"),
+    Rival("Python, streaming", "python3 {here}/rivals/streaming.py {metadata}", False),
+    Rival("Python, in memory", "python3 {here}/rivals/in_memory.py {metadata}", True),
+    Rival("jq", "jq -nR --indent 4 --slurpfile metadata {metadata} -f {here}/rivals/document.jq",
+          True, "content"),
+    IN_PLACE,
+    BY_COPY,
+)
+
+
+def rival_cases(scale):
+    free = int(next(line for line in open("/proc/meminfo") if "MemAvailable" in line).split()[1])
+    for rival in RIVALS:
+        entries = scale.rival_entries
+        if rival is BY_COPY:
+            entries = next((size for size in scale.by_copy_entries
+                            if size * BY_COPY_BYTES <= free * 1024), scale.by_copy_entries[-1])
+        data = image(entries)
+        targets = (Target("wall", 5, at_least=True),)
+        if rival.holds:
+            targets += (Target("memory", 4, at_least=True),)
+        yield Case(f"rival: {rival.name}",
+                   Command(rival.name, f"{UNFOLD} | {rival.shell} | cat > /dev/null", data),
+                   Command("the tool", TO_PIPE, data), targets, scale.rival_runs)
+
+
+def cases(scale):
+    one, rows, members = image(scale.entries), listing(scale.rows), backup_set(scale.set_images)
+    at_most = functools.partial(Target, "wall")
+    yield Case("dump_backup to a file", Command("", TO_FILE, one),
+               Command("floor", UNFOLD + " | cat > /dev/null; cat {document} > {out}/copy", one),
+               (at_most(1.3), HELD))
+    yield Case("dump_backup to a pipe", Command("", TO_PIPE, one),
+               Command("floor", UNFOLD + " | cat > /dev/null; cat {document} | cat > /dev/null",
+                       one), (at_most(1.3), HELD))
+    if scale.huge:
+        for place, shell in (("a file", TO_FILE), ("a pipe", TO_PIPE)):
+            yield Case(f"dump_backup to {place}", Command("", shell, image(HUGE_ENTRIES)),
+                       Command(f"itself, {scale.entries:,}", shell, one),
+                       (at_most(10.5), Target("memory", 10.5)))
+    floor = Command("floor", LISTING_FLOOR, rows)
+    yield Case("list_backups", Command("", LIST, rows), floor, (at_most(2.5),))
+    yield Case("rival: plain fgets loop",
+               Command("", "{build}/fgets_copy {admincmd}/qvroll | cat > /dev/null", rows),
+               Command("the tool", LIST, rows))
+    yield Case("dump_backup_set_list", Command("", SET_LIST, rows), floor,
+               (at_most(8), bytes_each(450, "row")))
+    lone = [listing(scale.rows // part, parents=False) for part in (4, 2, 1)]
+    yield Case("dump_backup_set_list, all", Command("", ALL_SETS, lone[0]),
+               Command("floor", LISTING_FLOOR, lone[0]), (bytes_each(1400, "set"),))
+    for half, whole in zip(lone, lone[1:]):
+        yield Case("dump_backup_set_list, all", Command("", ALL_SETS, whole),
+                   Command(f"itself, {half.size:,}", ALL_SETS, half),
+                   (at_most(2.2), bytes_each(1400, "set")))
+    for base, shell in (("loop of commands", LOOP), ("loop of sh -c", LOOP_OF_SHELLS)):
+        yield Case("dump_backup_set", Command("", SET, members), Command(base, shell, members),
+                   (at_most(1.15),))
+    for base, targets in (("do_nothing", (at_most(1.5),)), ("do_nothing_static", ())):
+        yield Case("--help", Command("", "{tool} --help", image(1)),
+                   Command(base, "{build}/" + base, image(1)), targets, repeat=300)
+    yield from rival_cases(scale)
