@@ -4,7 +4,7 @@
 # shellcheck disable=SC2034  # the lists are read by the scripts that source this file
 {
   BUILD_PACKAGES=(cmake g++ libboost-dev ninja-build)
-  TEST_PACKAGES=(libgtest-dev mount python3 util-linux valgrind)
+  TEST_PACKAGES=(libgmock-dev libgtest-dev mount python3 util-linux valgrind)
   CHECK_PACKAGES=(clang-format-14 clang-tidy-14 git shellcheck)
 }
 
