@@ -11,6 +11,7 @@
 
 #include "entry_lines.h"
 
+// NOLINTNEXTLINE(bugprone-exception-escape): whatever is wrong ends it
 int main(int argc, char** argv) {
   using boost::property_tree::ptree;
 
