@@ -88,15 +88,31 @@ TEST(FileEntryTable, OneEntryIsAnArrayOfOne) {
             "    ]");
 }
 
+/// Fields with `c` at one place each: at `place` in the first one, then at those behind it.
+Fields WithByte(char c, std::size_t place) {
+  Fields fields;
+  for (std::string& field : fields) {
+    field.assign(place++, 'a').append(1, c).append(1, 'b');
+  }
+  return fields;
+}
+
+/// Every byte that a field can hold.
+std::string FieldBytes() {
+  std::string bytes;
+  for (int value = 1; value <= 0xFF; ++value) {
+    if (value != '\t' && value != '\n') {
+      bytes += static_cast<char>(value);
+    }
+  }
+  return bytes;
+}
+
 TEST(FileEntryTable, EveryByteIsEscapedAsTheWriterDoes) {
   std::vector<Fields> entries;
-  for (int value = 1; value <= 0xFF; ++value) {
-    const char c = static_cast<char>(value);
-    for (std::size_t place = 0; c != '\t' && c != '\n' && place < 64;) {
-      Fields& fields = entries.emplace_back();
-      for (std::string& field : fields) {
-        field.assign(place++, 'a').append(1, c).append(1, 'b');
-      }
+  for (const char c : FieldBytes()) {
+    for (std::size_t place = 0; place < 64; place += FileEntryTable::kFieldCount) {
+      entries.push_back(WithByte(c, place));
     }
   }
   ExpectTheBytesOfATree(entries);
