@@ -3,7 +3,7 @@
 #
 #   scripts/test.sh [PRESET [CMAKE_OPTION...]]
 #
-# PRESET is one of CMakePresets.json: release (the default), debug or asan. The options go to CMake
+# PRESET is one of CMakePresets.json with tests: release (the default), debug or asan. The options go to CMake
 # as they are, for example -DQUILLMERE_WERROR=ON. The build is kept in build/PRESET.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."

@@ -3,8 +3,8 @@
 
 # shellcheck disable=SC2034  # the lists are read by the scripts that source this file
 {
-  BUILD_PACKAGES=(cmake g++ libboost-dev ninja-build)
-  TEST_PACKAGES=(libgmock-dev libgtest-dev mount python3 util-linux valgrind)
+  BUILD_PACKAGES=(cmake g++ gzip libboost-dev ninja-build)
+  TEST_PACKAGES=(binutils libgmock-dev libgtest-dev mandoc mount python3 util-linux valgrind zsh)
   CHECK_PACKAGES=(clang-format-14 clang-tidy-14 git shellcheck)
 }
 

@@ -1,0 +1,34 @@
+# shellcheck shell=bash
+# Reads contents.txt. To be sourced, from the top folder of the tree.
+
+# expected_contents KIND: each file of the packages of this kind, "MODE PATH", sorted by path.
+expected_contents() {
+  local mode path kinds source schema
+  {
+    while read -r mode path kinds source; do
+      if [[ $mode != '#' && ,$kinds, == *,$1,* ]] && [[ -z $source || -e $source ]]; then
+        echo "$mode $path"
+      fi
+    done <packaging/contents.txt
+    for schema in schemas/*.json; do
+      [[ ! -e $schema ]] || echo "644 share/quillmere/$schema"
+    done
+  } | LC_ALL=C sort --key=2
+}
+
+# actual_contents FOLDER: each file below FOLDER, in the same form. Folders count when others may not
+# enter them, or when nothing is in them.
+actual_contents() {
+  {
+    find "$1" ! -type d -printf '%m %P\n'
+    find "$1" -mindepth 1 -type d \( ! -perm 755 -o -empty \) -printf '%m %P/\n'
+  } | LC_ALL=C sort --key=2
+}
+
+# check_contents KIND FOLDER: compares the two, and shows what differs.
+check_contents() {
+  if ! diff <(expected_contents "$1") <(actual_contents "$2"); then
+    echo "$1: these files are not as packaging/contents.txt says (<)." >&2
+    return 1
+  fi
+}

@@ -1,0 +1,121 @@
+# What is installed beside the program, and the packages: cpack makes a .deb, a .rpm and a .tar.gz.
+#
+# Three components differ between the packages. "debian" is in the Debian package only, "elsewhere"
+# everywhere but there, and what names no component is in all of them. cpack_generator.cmake chooses.
+
+set(QUILLMERE_MAINTAINER "quillmere maintainers <maintainers@quillmere.invalid>")
+
+# --- Files that have to be made -----------------------------------------------------------------
+
+# quillmere_compress(SOURCE NAME OUT_VARIABLE): compresses SOURCE into NAME when the program is
+# built. Without a name and a time in it, the result depends on the content alone.
+find_program(QUILLMERE_GZIP gzip REQUIRED)
+mark_as_advanced(QUILLMERE_GZIP)
+set(quillmere_compressed_files "")
+function(quillmere_compress source name out_variable)
+  set(result ${PROJECT_BINARY_DIR}/packaging/${name})
+  add_custom_command(OUTPUT ${result}
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/packaging
+    COMMAND ${QUILLMERE_GZIP} -9 -n -c ${source} > ${result}
+    DEPENDS ${source}
+    VERBATIM)
+  set(${out_variable} ${result} PARENT_SCOPE)
+  set(quillmere_compressed_files ${quillmere_compressed_files} ${result} PARENT_SCOPE)
+endfunction()
+
+quillmere_compress(${PROJECT_SOURCE_DIR}/man/quillmere.1 quillmere.1.gz manual_page)
+quillmere_compress(${PROJECT_SOURCE_DIR}/CHANGELOG.md changelog.gz changelog)
+quillmere_compress(${PROJECT_SOURCE_DIR}/packaging/debian/changelog changelog.Debian.gz
+  debian_changelog)
+add_custom_target(quillmere_compressed DEPENDS ${quillmere_compressed_files})
+# Whoever builds the program alone can install it as well.
+add_dependencies(quillmere quillmere_compressed)
+
+# --- What is installed --------------------------------------------------------------------------
+
+install(FILES ${manual_page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+
+# The places where both shells look on their own, also below /usr/local.
+install(FILES ${PROJECT_SOURCE_DIR}/completions/quillmere.bash
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME quillmere)
+install(FILES ${PROJECT_SOURCE_DIR}/completions/_quillmere
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT elsewhere)
+# Debian's zsh leaves site-functions to the administrator and looks here for packages.
+install(FILES ${PROJECT_SOURCE_DIR}/completions/_quillmere
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT debian EXCLUDE_FROM_ALL)
+
+install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+if(EXISTS ${PROJECT_SOURCE_DIR}/docs/documents.md)
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/documents.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+endif()
+install(FILES ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT elsewhere)
+install(FILES ${PROJECT_SOURCE_DIR}/packaging/debian/copyright
+  DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES ${changelog} ${debian_changelog}
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT debian EXCLUDE_FROM_ALL)
+install(FILES ${PROJECT_SOURCE_DIR}/packaging/debian/lintian-overrides
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME quillmere
+  COMPONENT debian EXCLUDE_FROM_ALL)
+
+file(GLOB schemas CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/schemas/*.json)
+if(schemas)
+  install(FILES ${schemas} DESTINATION ${CMAKE_INSTALL_DATADIR}/quillmere/schemas)
+endif()
+
+# --- The packages -------------------------------------------------------------------------------
+
+set(CPACK_GENERATOR DEB RPM TGZ)
+set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/packaging/cpack_generator.cmake)
+set(CPACK_PACKAGE_NAME quillmere)
+set(CPACK_PACKAGE_VENDOR "quillmere maintainers")
+set(CPACK_PACKAGE_CONTACT ${QUILLMERE_MAINTAINER})
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "export a host backup product's catalogue as JSON")
+set(CPACK_PACKAGE_DESCRIPTION
+"Runs on a backup server, asks the backup product's administrative commands for
+its catalogue of backup images, and writes it as JSON documents for another
+program to consume: the backup sets with their creation times and sizes, and
+for each image its metadata and its file entries.")
+set(CPACK_PACKAGE_FILE_NAME quillmere-${PROJECT_VERSION}-linux-x86_64)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_THREADS 1)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/cpack_permissions.cmake)
+
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${QUILLMERE_MAINTAINER})
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+# A static program depends on nothing that is not on every Debian anyway.
+if(NOT QUILLMERE_STATIC)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+endif()
+
+set(CPACK_RPM_FILE_NAME RPM-DEFAULT)
+set(CPACK_RPM_PACKAGE_RELEASE 1)
+set(CPACK_RPM_PACKAGE_DESCRIPTION ${CPACK_PACKAGE_DESCRIPTION})
+set(CPACK_RPM_PACKAGE_RELOCATABLE OFF)
+set(CPACK_RPM_PACKAGE_LICENSE "Copyright: the quillmere maintainers")
+set(CPACK_RPM_PACKAGE_GROUP "Applications/Archiving")
+# The product's commands are started through the system's shell.
+set(CPACK_RPM_PACKAGE_REQUIRES "/bin/sh")
+if(QUILLMERE_STATIC)
+  # rpm takes a static program for one that needs a loader.
+  set(CPACK_RPM_PACKAGE_AUTOREQ no)
+endif()
+# The files are packaged as they were installed, with no links to their build ids beside them, and
+# the name of the machine is nobody's business.
+set(CPACK_RPM_SPEC_MORE_DEFINE
+"%define _build_id_links none
+%define _buildhost localhost
+%define __os_install_post %{nil}")
+# Folders that belong to the system, beside those that cpack leaves out by itself.
+set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
+  /usr/share/man /usr/share/man/man1
+  /usr/share/bash-completion /usr/share/bash-completion/completions
+  /usr/share/zsh /usr/share/zsh/site-functions)
+
+include(CPack)

@@ -1,0 +1,192 @@
+#!/usr/bin/env bash
+# Builds the .deb, the .rpm and the .tar.gz, and tests them: what is in them, what lintian says, and
+# that they can be installed, used and removed without a trace. Installs the Debian packages that it
+# needs and that are missing.
+#
+#   packaging/test_packages.sh
+#
+# It installs the .deb on this system and removes it again, which takes root, or sudo. It refuses to
+# do so where a package of this name is installed already. Everything is kept in build/package.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+# shellcheck source=scripts/lib/packages.sh
+source scripts/lib/packages.sh
+# shellcheck source=packaging/contents.sh
+source packaging/contents.sh
+
+readonly build=build/package
+readonly out=$build/packages
+
+# fail TEXT...: ends the test.
+fail() {
+  echo "packaging/test_packages.sh: $*" >&2
+  exit 1
+}
+
+# check_program FILE: the program in a package is static, stripped, and works.
+check_program() {
+  [[ $(readelf --wide --program-headers "$1") != *INTERP* ]] || fail "$1 is not static"
+  [[ $(readelf --wide --sections "$1") != *.symtab* ]] || fail "$1 is not stripped"
+  "$1" --help >"$build/usage.txt"
+  grep --quiet --line-regexp 'Usage:' "$build/usage.txt" || fail "$1 --help shows no usage"
+  if "$1" >/dev/null; then
+    fail "$1 without an action ends with status 0"
+  fi
+}
+
+build_packages() {
+  cmake --preset package >/dev/null
+  cmake --build "$build" --target quillmere -- --quiet
+  rm -rf "$out"
+  # Whatever umask this script was started with, others can read what is in the packages.
+  (umask 077 && cpack --config "$build/CPackConfig.cmake" -B "$out") >"$build/cpack.txt" 2>&1 || {
+    cat "$build/cpack.txt"
+    fail "cpack failed"
+  }
+  chmod 644 "$out"/*.*
+  deb=$(find "$out" -maxdepth 1 -name 'quillmere_*-1_amd64.deb')
+  rpm=$(find "$out" -maxdepth 1 -name 'quillmere-*-1.x86_64.rpm')
+  archive=$(find "$out" -maxdepth 1 -name 'quillmere-*-linux-x86_64.tar.gz')
+  [[ $deb && $rpm && $archive ]] || fail "a package is missing in $out: $(ls "$out")"
+}
+
+# field NAME: a field of the Debian package.
+field() {
+  dpkg-deb --field "$deb" "$1"
+}
+
+check_deb() {
+  dpkg-deb --raw-extract "$deb" "$unpacked/deb"
+  check_contents deb "$unpacked/deb/usr"
+  [[ $(ls "$unpacked/deb") == $'DEBIAN\nusr' ]] || fail "the .deb has more than /usr in it"
+  [[ $(ls "$unpacked/deb/DEBIAN") == $'control\nmd5sums' ]] || fail "the .deb runs scripts"
+  (cd "$unpacked/deb" && md5sum --check --quiet DEBIAN/md5sums)
+  [[ $(field Maintainer) == 'quillmere maintainers <maintainers@quillmere.invalid>' ]] ||
+    fail "the .deb's maintainer is $(field Maintainer)"
+  [[ -z $(field Depends) ]] || fail "the .deb depends on $(field Depends)"
+  [[ $(dpkg-deb --contents "$deb" | awk '{print $2}' | sort --unique) == root/root ]] ||
+    fail "not everything in the .deb is root's"
+  check_program "$unpacked/deb/usr/bin/quillmere"
+}
+
+check_lintian() {
+  lintian --allow-root --fail-on error,warning --display-level '>=warning' "$deb"
+}
+
+check_rpm() {
+  local root=$PWD/$unpacked/rpm requires
+  mkdir -p "$root"
+  requires=$(rpm --query --requires --package "$rpm" | grep --invert-match '^rpmlib(')
+  [[ $requires == /bin/sh ]] || fail "the .rpm requires $requires"
+  [[ $(rpm --query --queryformat '%{BUILDHOST}' --package "$rpm") == localhost ]] ||
+    fail "the .rpm names the machine that built it"
+  [[ -z $(rpm --query --scripts --package "$rpm") ]] || fail "the .rpm runs scripts"
+  # The package owns none of the system's folders, only one of its own.
+  rpm --query --queryformat '[%{FILEMODES:perms} %{FILENAMES}\n]' --package "$rpm" |
+    sed -n 's/^d[^ ]* //p' | grep --invert-match quillmere &&
+    fail "the .rpm owns these folders of the system"
+  # There is no /bin/sh in that root, but the package has no script that would need one. On Debian,
+  # rpm says each time that packages are another program's business.
+  as_root rpm --root "$root" --install --nodeps "$rpm" 2>"$build/rpm.txt" || {
+    cat "$build/rpm.txt"
+    fail "the .rpm cannot be installed"
+  }
+  check_contents rpm "$root/usr"
+  check_program "$root/usr/bin/quillmere"
+  cp "$root/usr/bin/quillmere" "$unpacked/program_of_rpm"
+  as_root rpm --root "$root" --erase quillmere 2>>"$build/rpm.txt"
+  [[ ! -e $root/usr/bin/quillmere && ! -e $root/usr/share/doc/quillmere ]] ||
+    fail "removing the .rpm leaves something behind"
+  as_root rm -rf "$root" # for whoever runs this again
+}
+
+check_archive() {
+  mkdir -p "$unpacked/archive"
+  tar --extract --file "$archive" --directory "$unpacked/archive"
+  check_contents archive "$unpacked"/archive/quillmere-*
+  check_program "$unpacked"/archive/quillmere-*/bin/quillmere
+}
+
+# All packages hold the same program, and nothing in it or beside it names this machine's folders.
+check_that_all_agree() {
+  cmp "$unpacked/deb/usr/bin/quillmere" "$unpacked/program_of_rpm"
+  cmp "$unpacked/deb/usr/bin/quillmere" "$unpacked"/archive/quillmere-*/bin/quillmere
+  if grep --recursive --fixed-strings --files-with-matches -e "$PWD" "$unpacked/deb" "$unpacked/archive"; then
+    fail "these files name the folder in which they were built"
+  fi
+}
+
+# The installed package in use, each thing as its user comes across it.
+check_installed() {
+  [[ $(command -v quillmere) == /usr/bin/quillmere ]] || fail "quillmere is not in the path"
+  quillmere --help | cmp - "$build/usage.txt"
+
+  [[ $(man --where quillmere) == /usr/share/man/man1/quillmere.1.gz ]] ||
+    fail "man finds $(man --where quillmere)"
+  LC_ALL=C MANWIDTH=80 man quillmere >"$build/man.txt"
+  head -n 5 "$build/man.txt"
+  grep --quiet "export a host backup product's catalogue as JSON" "$build/man.txt" ||
+    fail "man does not show the page"
+
+  # bash-completion loads it when the first word of the line is the program's name.
+  # shellcheck disable=SC2016  # for that shell to expand
+  env --ignore-environment PATH="$PATH" HOME=/nonexistent bash --norc --noprofile -i -c '
+    source /usr/share/bash-completion/bash_completion
+    _completion_loader quillmere
+    COMP_WORDS=(quillmere --action list) COMP_CWORD=2
+    _quillmere
+    [[ $(complete -p quillmere) == "complete -F _quillmere quillmere" && ${COMPREPLY[*]} == list_backups ]]
+  ' 2>"$build/bash.txt" || fail "bash does not complete: $(cat "$build/bash.txt")"
+  # shellcheck disable=SC2016  # for zsh to expand
+  [[ $(zsh -f -c 'autoload -Uz compinit; compinit -u -D; print -r -- $_comps[quillmere]') == _quillmere ]] ||
+    fail "zsh does not know the completion"
+  python3 tests/cli_texts/bash_completion_test.py \
+    --completion /usr/share/bash-completion/completions/quillmere
+  python3 tests/cli_texts/zsh_completion_test.py \
+    --completion /usr/share/zsh/vendor-completions/_quillmere
+}
+
+remove_deb() {
+  as_root dpkg --purge quillmere >/dev/null
+}
+
+check_install_and_remove() {
+  local file
+  if is_installed quillmere; then
+    fail "quillmere is installed on this system. Remove it first: apt-get purge quillmere"
+  fi
+  trap remove_deb EXIT
+  # Images for containers often leave manual pages and documents out.
+  as_root dpkg --path-include='/usr/share/*' --install "$deb"
+  dpkg --verify quillmere
+  check_installed
+  dpkg-query --listfiles quillmere >"$build/files.txt"
+  trap - EXIT
+  remove_deb
+  ! is_installed quillmere || fail "the package is still installed"
+  while IFS= read -r file; do
+    # Folders stay that other packages have files in.
+    if [[ -e $file ]] && ! dpkg-query --search "$file" >/dev/null 2>&1 && [[ $file != /. ]]; then
+      fail "removing the package leaves $file behind"
+    fi
+  done <"$build/files.txt"
+  if command -v quillmere; then
+    fail "quillmere is still in the path"
+  fi
+}
+
+install_missing "${BUILD_PACKAGES[@]}" bash-completion binutils dpkg-dev file gzip lintian man-db \
+  python3 rpm zsh
+
+readonly unpacked=$build/unpacked
+echo "==> Building the packages in $out"
+build_packages
+rm -rf "$unpacked"
+mkdir -p "$unpacked"
+for check in check_deb check_lintian check_rpm check_archive check_that_all_agree \
+  check_install_and_remove; do
+  echo "==> $check"
+  "$check"
+done
+echo "All packages are as they should be:"
+ls -l "$deb" "$rpm" "$archive"
