@@ -5,7 +5,7 @@
 {
   BUILD_PACKAGES=(cmake g++ gzip libboost-dev ninja-build)
   TEST_PACKAGES=(binutils libgmock-dev libgtest-dev mandoc mount python3 util-linux valgrind zsh)
-  CHECK_PACKAGES=(clang-format-14 clang-tidy-14 git shellcheck)
+  CHECK_PACKAGES=(clang-format-14 clang-tidy-14 cppcheck git shellcheck)
 }
 
 # True when the Debian package $1 is installed.

@@ -95,19 +95,15 @@ class ListingParser {
   /// `line` is the text at the start of line_buf. Returns false after one line on standard error
   /// when it does not fit in its place.
   bool TakeLine(std::string_view line) {
-    const bool is_empty_line = line.starts_with('\n');
-    switch (expect_) {
-      case Expect::kFirstBlock:
-        expect_ = is_empty_line ? Expect::kHeader : Expect::kFirstBlock;
-        return true;
-      case Expect::kHeader:
-        expect_ = Expect::kRow;
-        return TakeHeader(line);
-      case Expect::kRow:
-        expect_ = is_empty_line ? Expect::kHeader : Expect::kRow;
-        return is_empty_line || TakeRow(line);
+    if (expect_ == Expect::kHeader) {
+      expect_ = Expect::kRow;
+      return TakeHeader(line);
     }
-    return false;
+    if (line.starts_with('\n')) {
+      expect_ = Expect::kHeader;
+      return true;
+    }
+    return expect_ == Expect::kFirstBlock || TakeRow(line);
   }
 
  private:

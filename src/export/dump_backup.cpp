@@ -37,7 +37,7 @@ int dump_backup(const std::string& backup_id, const std::string& output_dir) {
   const std::string bucket = BucketDirectoryName(backup_id.substr(underscore + 1));
 
   boost::property_tree::ptree root;
-  const std::string metadata_directory = output_dir.empty() ? "/tmp" : output_dir;
+  const char* const metadata_directory = output_dir.empty() ? "/tmp" : output_dir.c_str();
   int status =
       FetchMetadata(backup_id, OutputPath(metadata_directory, backup_id + ".qvmeta.json"), &root);
   if (status != 0) {

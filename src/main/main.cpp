@@ -1,4 +1,3 @@
-#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <optional>
@@ -19,10 +18,9 @@ std::terminate_handler runtime_terminate = nullptr;
 
 /// An uncaught exception ends the process without flushing its streams. The traces in them are
 /// what tells how far the run came.
-[[noreturn]] void FlushAndTerminate() {
+void FlushAndTerminate() {
   std::cout.flush();
   runtime_terminate();
-  std::abort();
 }
 
 int MissingParameter(const char* usage) {
