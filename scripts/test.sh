@@ -3,8 +3,8 @@
 #
 #   scripts/test.sh [PRESET [CMAKE_OPTION...]]
 #
-# PRESET is one of CMakePresets.json with tests: release (the default), debug or asan. The options go to CMake
-# as they are, for example -DQUILLMERE_WERROR=ON. The build is kept in build/PRESET.
+# PRESET is one of CMakePresets.json with tests: release (the default), debug or asan. The options go
+# to CMake as they are, for example -DQUILLMERE_WERROR=ON. The build is kept in build/PRESET.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=scripts/lib/packages.sh

@@ -1,0 +1,135 @@
+#!/usr/bin/env python3
+"""docs/documents.md agrees with the schemas, and its examples with what the tool makes of a small
+catalogue."""
+
+import argparse
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+TESTS = pathlib.Path(__file__).resolve().parent.parent
+sys.path.append(str(TESTS / "e2e"))
+from documents import IMAGE, SET_LIST
+from host_product import make_catalogue
+
+OPTIONS = argparse.Namespace()
+PAGE = (TESTS.parent / "docs/documents.md").read_text(encoding="utf-8")
+
+# The catalogue of the examples: backup id, files and size of each image, the parents without files.
+ROWS = (("alpha_1500100639", "2", "1.5M"), ("alpha_1500182280", "1", "484K"),
+        ("alpha_1500254036", "0", "7M"),
+        ("alpha_1500262113", "1", "9P"), ("alpha_1500269921", "0", "2G"))
+ENTRIES = {
+    "alpha_1500100639": (
+        (b"1", b"4096", b"41", b"90", b"88", b"1", b"0", b"0", b"64768",
+         '/home/alice/the "final" Übersicht.txt'.encode(), b"33188 alice users 4096"),
+        (b"2", b"512", b"35", b"90", b"96", b"1", b"0", b"0", b"64768",
+         rb"C:\letters", b"33188 bob users 512"),
+    ),
+    "alpha_1500182280": (),
+    "alpha_1500262113": (
+        (b"1", b"7", b"12", b"90", b"1", b"1", b"0", b"0", b"64768",
+         b"/srv/caf\xe9", b"33188 bob users 7"),
+    ),
+}
+
+
+def examples(language):
+    """The fenced blocks of the page in a language."""
+    blocks = re.findall(rf"^( *)```{language}\n(.*?)^ *```$", PAGE, re.DOTALL | re.MULTILINE)
+    return [re.sub(f"^{indent}", "", block, flags=re.MULTILINE) for indent, block in blocks]
+
+
+def tables():
+    """What each table of members names in its first column, by the section that it is in."""
+    found = {}
+    for section in PAGE.split("\n## ")[1:]:
+        heading, _, text = section.partition("\n")
+        _, is_there, table = text.partition("\n| member |")
+        if is_there:
+            found[heading] = re.findall(r"^\| `(\w+)` \|", table, re.MULTILINE)
+    return found
+
+
+def make_example(metadata):
+    """Has the stand-in serve the catalogue of the examples, with `metadata` for each image."""
+    make_catalogue(OPTIONS.generator, OPTIONS.root, images=0)
+    database = pathlib.Path(OPTIONS.root) / "db"
+    rows = "".join(f"{backup_id} {'Sat Jul 15 2017':20}{files} {size} incr Daily MED1\n"
+                   for backup_id, files, size in ROWS)
+    (database / "listing").write_text(f"\nBackupid Date\n{rows}", encoding="ascii")
+    folder = database / "images/alpha/1500000000"
+    folder.mkdir(parents=True)
+    for backup_id, entries in ENTRIES.items():
+        time = backup_id.removeprefix("alpha_")
+        (folder / f"{time}.meta").write_text(metadata, encoding="utf-8")
+        (folder / f"{time}.id").write_text(f"1\n2\nfile: {time}.f\n", encoding="ascii")
+        (folder / f"{time}.f").write_bytes(b"".join(b"\t".join(one) + b"\n" for one in entries))
+
+
+def run(*arguments):
+    return subprocess.run([OPTIONS.program, *arguments], check=True, stdout=subprocess.PIPE).stdout
+
+
+class Page(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.set_list, cls.metadata, cls.image = examples("json")
+        make_example(cls.metadata)
+
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.directory = pathlib.Path(directory.name)
+
+    def dump(self, backup_id):
+        """Exports an image; returns where its document is."""
+        run("--action", "dump_backup", "--backup_id", backup_id, "--output_dir", self.directory)
+        return self.directory / f"{backup_id}.json"
+
+    def test_its_tables_name_what_the_schemas_describe(self):
+        self.assertEqual(tables(), {
+            heading: [*kind.schema["properties"], *kind.members]
+            for heading, kind in (("backup_sets.json", SET_LIST), ("BACKUP_ID.json", IMAGE))})
+
+    def test_its_set_list_is_what_the_tool_writes(self):
+        self.assertEqual(run("--action", "dump_backup_set_list").decode(), self.set_list)
+
+    def test_its_image_is_what_the_tool_writes(self):
+        self.assertEqual(self.dump("alpha_1500100639").read_text(encoding="utf-8"), self.image)
+
+    def test_its_documents_are_as_promised(self):
+        self.assertEqual(SET_LIST.problems(self.set_list.encode()), [])
+        self.assertEqual(IMAGE.problems(self.image.encode()), [])
+
+    def test_its_shell_lines_export_a_set_under_its_name(self):
+        (lines,) = examples("sh")
+        (self.directory / "quillmere").symlink_to(OPTIONS.program)
+        environment = dict(os.environ, PATH=f"{self.directory}:{os.environ['PATH']}")
+        for status in (0, 1):  # the second time there is a set of this name
+            ended = subprocess.run(["sh", "-c", lines], cwd=self.directory, env=environment,
+                                   stderr=subprocess.DEVNULL, check=False)
+            self.assertEqual(ended.returncode, status)
+            self.assertEqual(os.listdir(self.directory / "alpha_1500269921"),
+                             ["alpha_1500262113.json"])
+
+    def test_its_python_lines_read_the_bytes_of_all_paths(self):
+        (lines,) = examples("python")
+        names = {}
+        exec(lines, names)
+        for backup_id, entries in ENTRIES.items():
+            self.assertEqual(names["paths"](self.dump(backup_id)),
+                             [path for *_, path, _ in entries])
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--program", required=True, type=pathlib.Path, help="the tool")
+    parser.add_argument("--root", required=True, help="the install root that it was built for")
+    parser.add_argument("--generator", required=True, help="make_catalogue of the stand-in")
+    parser.parse_args(namespace=OPTIONS)
+    unittest.main(argv=sys.argv[:1])
