@@ -1,5 +1,7 @@
 #include "host/command_output.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -9,6 +11,7 @@
 
 #include "fake_host.h"
 #include "layout/layout.h"
+#include "temporary_directory.h"
 
 using namespace std::string_literals;
 
@@ -281,6 +284,20 @@ TEST(CommandOutput, TheShellRunsTheCommand) {
             "a b  c\n"
             "end");
   EXPECT_EQ(outcome.err, "complaint\n");
+}
+
+TEST(CommandOutput, ACommandCanPrintAMebibyteBeforeAnythingIsRead) {
+  const TemporaryDirectory directory;
+  const std::string ended = directory.PathOf("ended");
+  FakeHost host;
+  host.LeavesToTheShell();
+  host.Run([&] {
+    const CommandOutput command("head -c 1048576 /dev/zero && : >" + ended);
+    for (int i = 0; i < 1000 && access(ended.c_str(), F_OK) != 0; ++i) {
+      usleep(10000);
+    }
+    EXPECT_EQ(access(ended.c_str(), F_OK), 0);
+  });
 }
 
 TEST(CommandOutput, AManyTimesFilledPipeArrivesWhole) {

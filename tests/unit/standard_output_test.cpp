@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -39,6 +40,21 @@ TEST(StandardOutput, APipeTakesAMebibyteAtATime) {
   EXPECT_TRUE(HoldsInAChild(ends[1], [] {
     WidenStandardOutput();
     return fcntl(STDOUT_FILENO, F_GETPIPE_SZ) == 1048576;
+  }));
+  close(ends[0]);
+  close(ends[1]);
+}
+
+TEST(StandardOutput, TextIsHeldBackUntilItIsMuch) {
+  std::array<int, 2> ends = {};
+  ASSERT_EQ(pipe(ends.data()), 0);
+  EXPECT_TRUE(HoldsInAChild(ends[1], [] {
+    WidenStandardOutput();
+    for (int i = 0; i < 30000; ++i) {
+      std::cout << "12345\n";
+    }
+    int written = -1;  // bytes; of a stream that was in use the first line may go out alone
+    return ioctl(STDOUT_FILENO, FIONREAD, &written) == 0 && written <= 6;
   }));
   close(ends[0]);
   close(ends[1]);
