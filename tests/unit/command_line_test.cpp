@@ -119,6 +119,8 @@ TEST(CommandLine, TheCountKeepsTheLow32Bits) {
   EXPECT_EQ(Parsed({"--count", "7"}).count, 7);
   EXPECT_EQ(Parsed({"--count", "-3"}).count, -3);
   EXPECT_EQ(Parsed({"--count", "abc"}).count, 0);
+  EXPECT_EQ(Parsed({"--count", "010"}).count, 10);
+  EXPECT_EQ(Parsed({"--count", "0x10"}).count, 0);
   EXPECT_EQ(Parsed({"--count", "4294967397"}).count, 101);
   EXPECT_EQ(Parsed({"--count", "2147483648"}).count, -2147483648);
 }
@@ -192,10 +194,10 @@ TEST(CommandLine, AWrongActionEndsTheWalk) {
 
 TEST(CommandLine, AnythingElseIsUnrecognized) {
   for (const char* const argument :
-       {"",          "-",      "--",          "---help",     "help",         "-help",
-        "-H",        "--Help", "--he",        "--policy=x",  "--polic",      "--policys",
-        "-policy",   "policy", "-v",          "--verbose=1", "list_backups", "--action ",
-        " --action", "%s",     "--output-dir"}) {
+       {"",          "-",      "--",           "---help",     "help",         "-help",
+        "-H",        "--Help", "--he",         "--policy=x",  "--polic",      "--policys",
+        "-policy",   "policy", "-v",           "--verbose=1", "list_backups", "--action ",
+        " --action", "%s",     "--output-dir", "--helpx"}) {
     ExpectMessage({argument}, "unrecognized parameter: " + std::string(argument) + "\n");
     ExpectMessage({"--policy", "p", argument, "x"},
                   "unrecognized parameter: " + std::string(argument) + "\n");

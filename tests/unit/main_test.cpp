@@ -1,7 +1,9 @@
 // What the whole program does with its arguments.
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -235,6 +237,19 @@ TEST(Main, TheLevelIsThatOfTheCommandLine) {
             "{\n"
             "    \"backup_sets\": \"\"\n"
             "}\n");
+}
+
+TEST(Main, APipeBehindStandardOutputTakesAMebibyte) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.PathOf("pipe");
+  ASSERT_EQ(mkfifo(path.c_str(), S_IRUSR | S_IWUSR), 0);
+  const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK);
+  ASSERT_NE(reader, -1);
+  FakeHost host;
+  host.SendStandardOutputTo(path);
+  EXPECT_EQ(RunMain(&host, {"--help"}).status, 0);
+  EXPECT_EQ(fcntl(reader, F_GETPIPE_SZ), 1048576);
+  close(reader);
 }
 
 /// Runs the program in a child process, which an exception leaves as it leaves main. Returns the

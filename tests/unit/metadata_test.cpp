@@ -225,8 +225,8 @@ TEST(Metadata, TenThousandLevelsAreRead) {
 }
 
 TEST(Metadata, MoreLevelsAreRefused) {
-  for (const std::string& output :
-       {Nested(10001), Nested(10000, "{}"), Nested(1000000), std::string(10001, '[')}) {
+  for (const std::string& output : {Nested(10001), Nested(10000, "{}"), Nested(1000000),
+                                    std::string(10001, '['), "[" + Nested(10000) + ",[]]"}) {
     const Fetch fetch(output);
     ASSERT_TRUE(fetch.outcome.thrown.has_value());
     EXPECT_EQ(fetch.outcome.thrown->what, fetch.path + ": nested too deeply");

@@ -12,6 +12,7 @@ TEST(OutputPath, ASlashGoesBetween) {
 
 TEST(OutputPath, ASlashAtTheEndIsEnough) {
   EXPECT_EQ(OutputPath("/out/", "x.json"), "/out/x.json");
+  EXPECT_EQ(OutputPath("out/", "x.json"), "out/x.json");
   EXPECT_EQ(OutputPath("/", "x.json"), "/x.json");
 }
 
