@@ -44,10 +44,8 @@ install(FILES ${PROJECT_SOURCE_DIR}/completions/_quillmere
 install(FILES ${PROJECT_SOURCE_DIR}/completions/_quillmere
   DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT debian EXCLUDE_FROM_ALL)
 
-install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-if(EXISTS ${PROJECT_SOURCE_DIR}/docs/documents.md)
-  install(FILES ${PROJECT_SOURCE_DIR}/docs/documents.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-endif()
+install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/docs/documents.md
+  DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${PROJECT_SOURCE_DIR}/CHANGELOG.md
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT elsewhere)
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/debian/copyright
@@ -58,10 +56,10 @@ install(FILES ${PROJECT_SOURCE_DIR}/packaging/debian/lintian-overrides
   DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME quillmere
   COMPONENT debian EXCLUDE_FROM_ALL)
 
-file(GLOB schemas CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/schemas/*.json)
-if(schemas)
-  install(FILES ${schemas} DESTINATION ${CMAKE_INSTALL_DATADIR}/quillmere/schemas)
-endif()
+install(FILES
+  ${PROJECT_SOURCE_DIR}/schemas/backup_sets.schema.json
+  ${PROJECT_SOURCE_DIR}/schemas/image.schema.json
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/quillmere/schemas)
 
 # --- The packages -------------------------------------------------------------------------------
 
