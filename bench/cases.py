@@ -152,15 +152,18 @@ def rival_cases(scale):
 def cases(scale):
     one, rows, members = image(scale.entries), listing(scale.rows), backup_set(scale.set_images)
     at_most = functools.partial(Target, "wall")
+    file_floor = UNFOLD + " | cat > /dev/null; cat {document} > {out}/copy"
     yield Case("dump_backup to a file", Command("", TO_FILE, one),
-               Command("floor", UNFOLD + " | cat > /dev/null; cat {document} > {out}/copy", one),
-               (at_most(1.3), HELD))
+               Command("floor", file_floor, one), (at_most(1.3), HELD))
     yield Case("dump_backup to a pipe", Command("", TO_PIPE, one),
                Command("floor", UNFOLD + " | cat > /dev/null; cat {document} | cat > /dev/null",
                        one), (at_most(1.3), HELD))
     if scale.huge:
+        huge = image(HUGE_ENTRIES)
+        yield Case("dump_backup to a file", Command("", TO_FILE, huge),
+                   Command("floor", file_floor, huge))
         for place, shell in (("a file", TO_FILE), ("a pipe", TO_PIPE)):
-            yield Case(f"dump_backup to {place}", Command("", shell, image(HUGE_ENTRIES)),
+            yield Case(f"dump_backup to {place}", Command("", shell, huge),
                        Command(f"itself, {scale.entries:,}", shell, one),
                        (at_most(10.5), Target("memory", 10.5)))
     floor = Command("floor", LISTING_FLOOR, rows)

@@ -65,12 +65,13 @@ class Bench:
         return sum(file.stat().st_size for file in self.root(data).glob("db/" + data.reads)
                    if file.is_file())
 
-    def prepare(self, data):
-        """The shell command that stands, untimed, before each run on `data`."""
+    def prepare(self, data, is_settled=True):
+        """The shell command that stands, untimed, before each run on `data`. With `is_settled`, the
+        disk is done with what was written before."""
         link = shlex.quote(str(self.work / "root"))
         out = shlex.quote(str(self.out))
         return (f"ln -sfn {shlex.quote(str(self.root(data)))} {link} && rm -rf {out} && "
-                f"mkdir -p {out}")
+                f"mkdir -p {out}" + (" && sync" if is_settled else ""))
 
     def shell(self, command, data):
         """Runs `command` once on `data`, untimed."""
@@ -89,9 +90,10 @@ class Bench:
         text = command.shell.format_map(self.values(command.data))
         with_peak = (f"/usr/bin/time -q -f %M -o {shlex.quote(str(self.peak))} "
                      f"bash -o pipefail -c {shlex.quote(text)}")
+        prepare = self.prepare(command.data, is_settled=repeat == 1)
         report = self.work / "hyperfine.json"
         run = subprocess.run(["hyperfine", "-N", "--style", "none", "--export-json", report,
-                              "--prepare", f"sh -c {shlex.quote(self.prepare(command.data))}",
+                              "--prepare", f"sh -c {shlex.quote(prepare)}",
                               "--runs", str(repeat), with_peak if repeat == 1 else text],
                              stdin=subprocess.DEVNULL, capture_output=True, text=True)
         if run.returncode != 0:
