@@ -22,9 +22,9 @@ SKIPPED = 77
 BOUNDS = {
     # loop: allocations, bytes held at the peak, instructions
     "list_backups": (0.01, 0.1, 125),
-    "GetBackupImageList": (6.5, 1_206, 1_681),
-    "GetBackupSetList, sets of ten": (6.9, 1_206, 2_055),
-    "GetBackupSetList, lone images": (12.5, 1_776, 2_766),
+    "GetBackupImageList": (6.5, 1_206, 1_454),
+    "GetBackupSetList, sets of ten": (6.9, 1_206, 1_835),
+    "GetBackupSetList, lone images": (12.5, 1_776, 2_547),
     "BytesFromSize": (0, 0, 43),
     "ReadFileEntries": (0.01, 366, 407),
     "FileEntryTable::Append": (0.01, 366, 352),

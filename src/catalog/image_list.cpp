@@ -16,7 +16,6 @@
 #include <cstring>
 #include <iostream>
 #include <string_view>
-#include <utility>
 
 #include "host/command_output.h"
 #include "layout/layout.h"
@@ -118,16 +117,15 @@ class ListingParser {
   }
 
   bool TakeRow(std::string_view row) {
-    BackupImage image;
-    if (!ParseRow(row, &image)) {
-      return false;
-    }
     if (images_->size() == images_->capacity()) {
       // In larger steps than the vector would take: memory is touched only as it fills, and each
       // step moves every record. A third of the time for a listing of 1,000,000 rows.
       images_->reserve(std::max(kFirstCapacity, 4 * images_->size()));
     }
-    images_->push_back(std::move(image));
+    if (!ParseRow(row, &images_->emplace_back())) {
+      images_->pop_back();
+      return false;
+    }
     return true;
   }
 
