@@ -41,8 +41,9 @@ InnerLoop PassThrough(const std::shared_ptr<std::string>& listing, std::size_t r
 InnerLoop CutRows(const std::shared_ptr<std::string>& listing, std::size_t rows) {
   return {"GetBackupImageList", "row", rows, [listing] {
             LetCommandsPrint(*listing);
+            ImageTexts texts;
             std::vector<BackupImage> images;
-            GetBackupImageList("", "", &images);
+            GetBackupImageList("", "", &texts, &images);
             Use(images.size());
           }};
 }
@@ -52,8 +53,9 @@ InnerLoop AssembleSets(const std::string& name, const std::shared_ptr<std::strin
                        std::size_t rows) {
   return {name, "row", rows, [listing] {
             LetCommandsPrint(*listing);
+            ImageTexts texts;
             std::vector<BackupSet> sets;
-            GetBackupSetList("", "", &sets);
+            GetBackupSetList("", "", &texts, &sets);
             Use(sets.size());
           }};
 }

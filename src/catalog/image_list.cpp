@@ -10,89 +10,93 @@
 #include "catalog/image_list.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <string_view>
+#include <system_error>
 
 #include "host/command_output.h"
+#include "host/huge_pages.h"
 #include "layout/layout.h"
 
 namespace {
 
 constexpr std::string_view kHeaderStart = "Backupid ";
-constexpr std::ptrdiff_t kSecondColumnWidth = 20;  // bytes, following blanks included
-constexpr std::size_t kFirstCapacity = 1024;       // records
+constexpr std::size_t kSecondColumnWidth = 20;  // bytes, following blanks included
+constexpr std::size_t kFirstCapacity = 1024;    // records
 
-/// A row in line_buf that is being cut into fields. A blank is the space character only.
+/// A row that is being cut into fields. A blank is the space character only.
 class RowCutter {
  public:
-  /// [begin, end) is the row's text; *end is its terminating zero.
-  RowCutter(char* begin, char* end) : next_(begin), end_(end) {}
+  explicit RowCutter(std::string_view row) : rest_(row) {}
 
-  /// Cuts off the text up to the next blank or the end of the row, and moves on behind the blanks
-  /// that follow it. A zero follows the result, which is empty when nothing is left.
+  /// Cuts off the text up to the next blank or the end of the row, and the blanks that follow it.
   std::string_view Cut() {
-    char* const field = next_;
-    next_ = std::find(next_, end_, ' ');
-    const std::string_view text(field, static_cast<std::size_t>(next_ - field));
+    const std::string_view field = rest_.substr(0, rest_.find(' '));
+    rest_.remove_prefix(field.size());
     CutBlanks();
-    return text;
+    return field;
   }
 
-  /// Moves on by `width` characters, at most to the end of the row, and then behind blanks.
-  void SkipColumn(std::ptrdiff_t width) {
-    next_ += std::min(width, end_ - next_);
+  /// Cuts off `width` characters, or all that are left, and the blanks that follow them.
+  void CutColumn(std::size_t width) {
+    rest_.remove_prefix(std::min(width, rest_.size()));
     CutBlanks();
   }
 
  private:
-  void CutBlanks() {
-    while (next_ != end_ && *next_ == ' ') {
-      *next_++ = '\0';
-    }
-  }
+  void CutBlanks() { rest_.remove_prefix(std::min(rest_.find_first_not_of(' '), rest_.size())); }
 
-  char* next_;
-  char* end_;
+  std::string_view rest_;
 };
 
-/// The last blank-separated field of `row` without the row's final character, its newline.
+/// The last blank-separated field of `row`, which is not empty, without its final character, the
+/// newline.
 std::string_view LastField(std::string_view row) {
-  row.remove_suffix(row.empty() ? 0 : 1);
+  row.remove_suffix(1);
   return row.substr(row.rfind(' ') + 1);
 }
 
-/// Cuts `row`, the text at the start of line_buf, into *image. What a short row lacks is empty, and
-/// 0 in `files`. Returns false after one line on standard error when its id has no '_'.
-bool ParseRow(std::string_view row, BackupImage* image) {
-  image->last_field = LastField(row);  // before the cuts put zeros in the place of blanks
-  RowCutter cutter(line_buf, line_buf + row.size());
+/// What atol makes of `text`. It is asked only about what is no plain number: a seventh off the
+/// processor time for a listing of 1,000,000 rows.
+long NumberFrom(std::string_view text) {
+  long number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() ? number : std::atol(std::string(text).c_str());
+}
+
+/// Cuts `row` into *image, whose texts are then parts of the row. What a short row lacks is empty,
+/// and 0 in `files`. Returns false after one line on standard error when its id has no '_'.
+bool CutRow(std::string_view row, BackupImage* image) {
+  RowCutter cutter(row);
   image->backup_id = cutter.Cut();
   const std::size_t underscore = image->backup_id.find('_');
-  if (underscore == std::string::npos) {
+  if (underscore == std::string_view::npos) {
     std::cerr << "invalid backup id: " << image->backup_id << ". no '_' found.\n";
     return false;
   }
-  image->client.assign(image->backup_id, 0, underscore);
-  image->backup_time = std::atol(image->backup_id.c_str() + underscore + 1);
-  cutter.SkipColumn(kSecondColumnWidth);
-  image->files = static_cast<std::int32_t>(std::atol(cutter.Cut().data()));  // low 32 bits
+  image->client = image->backup_id.substr(0, underscore);
+  image->backup_time = NumberFrom(image->backup_id.substr(underscore + 1));
+  cutter.CutColumn(kSecondColumnWidth);
+  image->files = static_cast<std::int32_t>(NumberFrom(cutter.Cut()));  // low 32 bits
   image->size = cutter.Cut();
   image->schedule = cutter.Cut();
   image->policy = cutter.Cut();
+  image->last_field = LastField(row);
   return true;
 }
 
 /// Takes the listing line by line and turns its rows into records.
 class ListingParser {
  public:
-  explicit ListingParser(std::vector<BackupImage>* images) : images_(images) {}
+  ListingParser(ImageTexts* texts, std::vector<BackupImage>* images)
+      : texts_(texts), images_(images) {}
 
-  /// `line` is the text at the start of line_buf. Returns false after one line on standard error
-  /// when it does not fit in its place.
+  /// Returns false after one line on standard error when `line` does not fit in its place.
   bool TakeLine(std::string_view line) {
     if (expect_ == Expect::kHeader) {
       expect_ = Expect::kRow;
@@ -119,23 +123,25 @@ class ListingParser {
   bool TakeRow(std::string_view row) {
     if (images_->size() == images_->capacity()) {
       // In larger steps than the vector would take: memory is touched only as it fills, and each
-      // step moves every record. A third of the time for a listing of 1,000,000 rows.
+      // step moves every record. 7 % of the time for a listing of 1,000,000 rows.
       images_->reserve(std::max(kFirstCapacity, 4 * images_->size()));
+      PreferHugePages(images_->data(), images_->capacity() * sizeof(BackupImage));
     }
-    if (!ParseRow(row, &images_->emplace_back())) {
+    if (!CutRow(texts_->Keep(row), &images_->emplace_back())) {
       images_->pop_back();
       return false;
     }
     return true;
   }
 
+  ImageTexts* texts_;
   std::vector<BackupImage>* images_;
   Expect expect_ = Expect::kFirstBlock;
 };
 
 }  // namespace
 
-int GetBackupImageList(const std::string& policy, const std::string& client,
+int GetBackupImageList(const std::string& policy, const std::string& client, ImageTexts* texts,
                        std::vector<BackupImage>* images) {
   std::string command = path_qvroll;
   if (!client.empty()) {
@@ -150,7 +156,7 @@ int GetBackupImageList(const std::string& policy, const std::string& client,
     return 1;
   }
   std::memset(line_buf, 0, kLineBufSize);
-  ListingParser parser(images);
+  ListingParser parser(texts, images);
   while (output.ReadLine()) {
     if (!parser.TakeLine(output.line())) {
       output.Pclose();

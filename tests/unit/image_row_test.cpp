@@ -2,6 +2,7 @@
 
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -25,7 +26,7 @@ static void PrintTo(const BackupImage& image, std::ostream* out) {
 namespace {
 
 /// An image of which nothing but its id is known.
-BackupImage OnlyId(const std::string& id, const std::string& client, std::int64_t time) {
+BackupImage OnlyId(std::string_view id, std::string_view client, std::int64_t time) {
   BackupImage image;
   image.backup_id = id;
   image.client = client;
@@ -37,8 +38,9 @@ BackupImage OnlyId(const std::string& id, const std::string& client, std::int64_
 std::vector<BackupImage> ImagesOf(const std::string& rows) {
   FakeHost host;
   host.Prints("\nBackupid x\n" + rows);
+  static ImageTexts texts;  // the images outlive this function
   std::vector<BackupImage> images;
-  const Outcome outcome = host.Run([&] { return GetBackupImageList("", "", &images); });
+  const Outcome outcome = host.Run([&] { return GetBackupImageList("", "", &texts, &images); });
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.err, "");
   return images;
@@ -142,6 +144,18 @@ TEST(ImageRow, TheTimeIsASigned64BitNumber) {
   EXPECT_EQ(ImageOf("a_9223372036854775807" + rest).backup_time, 9223372036854775807);
   EXPECT_EQ(ImageOf("a_16x17" + rest).backup_time, 16);
   EXPECT_EQ(ImageOf("a_x16" + rest).backup_time, 0);
+}
+
+TEST(ImageRow, TheTimeIsWhatTheLibraryReads) {
+  const std::string rest = " Sun Sep 13 2020     12 3.5M sched pol /x\n";
+  EXPECT_EQ(ImageOf("a_+5" + rest).backup_time, 5);
+  EXPECT_EQ(ImageOf("a_\t5" + rest).backup_time, 5);
+  EXPECT_EQ(ImageOf("a_\t-5x" + rest).backup_time, -5);
+  EXPECT_EQ(ImageOf("a_-" + rest).backup_time, 0);
+  EXPECT_EQ(ImageOf("a_--5" + rest).backup_time, 0);
+  EXPECT_EQ(ImageOf("a_0x10" + rest).backup_time, 0);
+  EXPECT_EQ(ImageOf("a_9223372036854775808" + rest).backup_time, 9223372036854775807);
+  EXPECT_EQ(ImageOf("a_-9223372036854775809" + rest).backup_time, -9223372036854775807 - 1);
 }
 
 TEST(ImageRow, FilesKeepsTheLow32Bits) {

@@ -1,6 +1,7 @@
 #include "catalog/records.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 
 #include <gmock/gmock.h>
@@ -8,7 +9,9 @@
 
 namespace {
 
+using testing::Each;
 using testing::ElementsAre;
+using testing::IsEmpty;
 
 BackupSet SetOfTime(std::int64_t create_time) {
   BackupSet set;
@@ -68,12 +71,13 @@ TEST(Records, ThePredicateSortsIntoAscendingTime) {
 
 TEST(Records, NewRecordsAreEmpty) {
   const BackupImage image;
-  EXPECT_EQ(image.backup_id + image.size + image.last_field, "");
-  EXPECT_EQ(image.policy + image.schedule + image.client, "");
+  EXPECT_THAT((std::array{image.backup_id, image.size, image.last_field, image.policy,
+                          image.schedule, image.client}),
+              Each(IsEmpty()));
   EXPECT_EQ(image.backup_time, 0);
   EXPECT_EQ(image.files, 0);
   const BackupSet set;
-  EXPECT_EQ(set.policy + set.client + set.schedule + set.backup_id, "");
+  EXPECT_THAT((std::array{set.policy, set.client, set.schedule, set.backup_id}), Each(IsEmpty()));
   EXPECT_EQ(set.create_time, 0);
   EXPECT_EQ(set.backup_size, 0U);
   EXPECT_TRUE(set.image_ids.empty());

@@ -42,6 +42,9 @@ TEST(SizeText, TheNumberIsWhatTheLibraryReads) {
   EXPECT_EQ(BytesFromSize("2KK"), 2048U);
   EXPECT_EQ(BytesFromSize("2x7K"), 2048U);
   EXPECT_EQ(BytesFromSize("1,5K"), 1024U);
+  EXPECT_EQ(BytesFromSize("1eK"), 1024U);
+  EXPECT_EQ(BytesFromSize("1e-400K"), 0U);
+  EXPECT_EQ(BytesFromSize("0.000000000000000000000000000001e30K"), 1024U);
 }
 
 TEST(SizeText, TextThatIsNoNumberCountsZero) {
