@@ -94,6 +94,22 @@ TEST(ImageRow, RunsOfBlanksSeparateOnce) {
             expected);
 }
 
+TEST(ImageRow, FieldsAndRunsOfBlanksHaveAnyLength) {
+  for (std::size_t length = 1; length <= 50; ++length) {
+    const std::string field(length, 'f');
+    const std::string blanks(length, ' ');
+    const BackupImage image = ImageOf("c_" + field + blanks + "abcdefghijklmnopqrst" + blanks +
+                                      "12" + blanks + "1" + field + blanks + "s" + field + blanks +
+                                      "p" + field + blanks + "z" + blanks + "l" + field + "\n");
+    EXPECT_EQ(image.backup_id, "c_" + field);
+    EXPECT_EQ(image.files, 12);
+    EXPECT_EQ(image.size, "1" + field);
+    EXPECT_EQ(image.schedule, "s" + field);
+    EXPECT_EQ(image.policy, "p" + field);
+    EXPECT_EQ(image.last_field, "l" + field);
+  }
+}
+
 TEST(ImageRow, TabsAreOrdinaryCharacters) {
   const BackupImage expected = {.backup_id = "c_1\tx",
                                 .size = "3\tM",
