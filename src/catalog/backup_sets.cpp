@@ -105,7 +105,7 @@ void CloseSet(const Series& series, std::size_t first, std::size_t parent, std::
   set.backup_size = size;
   set.image_ids.reserve(parent - first);
   for (std::size_t member = first; member < parent; ++member) {
-    set.image_ids.emplace_back(series[member].image->backup_id);
+    set.image_ids.push_back(series[member].image->backup_id);
   }
   if (verbose >= 2) {
     std::cout << "\t\tbackup set size: " << set.backup_size
@@ -124,12 +124,13 @@ SeriesSummary CloseSetsAtParents(const Series& series, std::vector<BackupSet>* s
   SeriesSummary summary;
   std::size_t first_member = 0;  // of the set that is being collected
   for (std::size_t i = 0; i < series.size(); ++i) {
-    const auto& [image, size, is_parent] = series[i];
+    const SeriesImage& member = series[i];
     if (verbose >= 2) {
-      std::cout << "\tbackup_id: " << image->backup_id << ", files: " << image->files << '\n';
+      std::cout << "\tbackup_id: " << member.image->backup_id << ", files: " << member.image->files
+                << '\n';
     }
-    if (!is_parent) {
-      summary.open_size += size;
+    if (!member.is_parent) {
+      summary.open_size += member.size;
       continue;
     }
     if (first_member < i) {
@@ -147,14 +148,15 @@ void AddLoneImages(const Series& series, std::uint64_t series_size, std::vector<
     std::cout << "\tno parent job found for this serial of images. each image will be considered "
                  "as a backup set. \n";
   }
-  for (const auto& [image, size, is_parent] : series) {
-    BackupSet& set = sets->emplace_back(SetDefinedBy(*image));
+  for (const SeriesImage& member : series) {
+    const BackupImage& image = *member.image;
+    BackupSet& set = sets->emplace_back(SetDefinedBy(image));
     // The total of the series, not the image's own size: consumers expect it in each of these sets.
     // Pinned by BackupSets.LoneImagesCarryTheSeriesTotal.
     set.backup_size = series_size;
-    set.image_ids.emplace_back(image->backup_id);
+    set.image_ids.push_back(image.backup_id);
     if (verbose >= 3) {
-      std::cout << "\t\tadd " << image->backup_id << " as a backup set.\n";
+      std::cout << "\t\tadd " << image.backup_id << " as a backup set.\n";
     }
   }
 }
