@@ -56,8 +56,10 @@ double NumberFrom(std::string_view size) {
   const char* const unit = &size.back();
   double number = 0;
   const auto [end, error] = std::from_chars(size.data(), unit, number);
-  return error == std::errc() && end == unit ? number
-                                             : std::strtod(std::string(size).c_str(), nullptr);
+  if (error == std::errc() && end == unit) {
+    return number;
+  }
+  return std::strtod(std::string(size).c_str(), nullptr);
 }
 
 void TraceImage(const BackupImage& image) {

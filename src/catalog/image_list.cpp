@@ -89,7 +89,10 @@ std::string_view LastField(std::string_view row) {
 long NumberFrom(std::string_view text) {
   long number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  return error == std::errc() ? number : std::atol(std::string(text).c_str());
+  if (error == std::errc()) {
+    return number;
+  }
+  return std::atol(std::string(text).c_str());
 }
 
 /// Cuts `row` into *image, whose texts are then parts of the row. What a short row lacks is empty,

@@ -24,6 +24,8 @@ class HugePageResource : public std::pmr::memory_resource {
   }
 };
 
+HugePageResource resource;
+
 }  // namespace
 
 void PreferHugePages(void* begin, std::size_t size) {
@@ -33,6 +35,5 @@ void PreferHugePages(void* begin, std::size_t size) {
 }
 
 std::pmr::memory_resource* HugePageMemory() {
-  static HugePageResource resource;
   return &resource;
 }
