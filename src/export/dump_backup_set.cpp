@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <iostream>
+#include <string_view>
 #include <vector>
 
 #include "catalog/backup_sets.h"
+#include "catalog/image_texts.h"
 #include "catalog/records.h"
 #include "export/dump_backup.h"
 

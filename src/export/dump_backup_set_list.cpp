@@ -9,6 +9,7 @@
 #include <boost/property_tree/ptree.hpp>
 
 #include "catalog/backup_sets.h"
+#include "catalog/image_texts.h"
 #include "catalog/records.h"
 #include "export/output_path.h"
 

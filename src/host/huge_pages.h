@@ -5,7 +5,7 @@
 #include <memory_resource>
 
 // Memory that is touched for the first time costs a page fault for each 4 KiB. One for each 2 MiB
-// takes a sixth off the time for a listing of 1,000,000 rows, and a tenth off that for an image of
+// takes a sixth off the time for a listing of 1,000,000 rows, and 7 % off that for an image of
 // 1,000,000 entries.
 
 /// Asks the system for huge pages in the `size` bytes at `begin`, as far as whole ones fit in
