@@ -67,7 +67,7 @@ TEST(DumpBackup, TheStepsComeInTheirOrder) {
   EXPECT_EQ(outcome.err, "");
   EXPECT_THAT(
       outcome.steps,
-      ElementsAre("fopen " + metadata_file + " wt",
+      ElementsAre("fopen " + metadata_file + " wte",
                   "popen /usr/ostra/keelhaven/bin/admincmd/qvmeta -json -backupid alpha_1600123456",
                   "pclose qvmeta", "fclose " + metadata_file, "unlink " + metadata_file,
                   "popen /usr/ostra/keelhaven/bin/admincmd/qvroll -id alpha_1600123456",
@@ -89,7 +89,7 @@ TEST(DumpBackup, TheDocumentGoesIntoTheDirectory) {
 TEST(DumpBackup, NoSecondSlashIsAdded) {
   const TemporaryDirectory directory;
   const Outcome outcome = Export("alpha_1600123456", directory.path() + "/");
-  EXPECT_EQ(outcome.steps.at(0), "fopen " + directory.path() + "/alpha_1600123456.qvmeta.json wt");
+  EXPECT_EQ(outcome.steps.at(0), "fopen " + directory.path() + "/alpha_1600123456.qvmeta.json wte");
 }
 
 TEST(DumpBackup, WithoutADirectoryTheDocumentGoesToStandardOutput) {
@@ -98,7 +98,7 @@ TEST(DumpBackup, WithoutADirectoryTheDocumentGoesToStandardOutput) {
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.out, kDocument);
   EXPECT_EQ(outcome.err, "");
-  EXPECT_EQ(outcome.steps.at(0), "fopen /tmp/" + id + ".qvmeta.json wt");
+  EXPECT_EQ(outcome.steps.at(0), "fopen /tmp/" + id + ".qvmeta.json wte");
   EXPECT_NE(access(("/tmp/" + id + ".qvmeta.json").c_str(), F_OK), 0);
   EXPECT_NE(access(("/tmp/" + id + ".json").c_str(), F_OK), 0);
 }
@@ -189,7 +189,7 @@ TEST(DumpBackup, FilesAreNamedAfterTheWholeId) {
   const TemporaryDirectory directory;
   const Outcome outcome = Export("my_host 1_1600123456", directory.path());
   EXPECT_EQ(outcome.steps.at(0),
-            "fopen " + directory.path() + "/my_host 1_1600123456.qvmeta.json wt");
+            "fopen " + directory.path() + "/my_host 1_1600123456.qvmeta.json wte");
   EXPECT_THAT(directory.FileNames(), ElementsAre("my_host 1_1600123456.json"));
 }
 
