@@ -32,14 +32,14 @@ readonly number='^[1-9][0-9]*$'
 readonly seconds=$1
 targets=("${@:2}")
 if ((${#targets[@]} == 0)); then
-  targets=(listing catalogue_file file_entries metadata command_line)
+  targets=(listing catalogue_file file_entries metadata)
 fi
 
 # Bytes that an input may have: more make it slower, and show nothing new.
 max_len() {
   case $1 in
     catalogue_file) echo 512 ;;
-    metadata | command_line) echo 1024 ;;
+    metadata) echo 1024 ;;
     *) echo 2048 ;;
   esac
 }
