@@ -12,7 +12,7 @@ readonly build=build/coverage
 install_missing "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}" gcovr
 
 echo "==> Building the tool and its tests in $build"
-cmake --preset coverage >/dev/null
+cmake --preset coverage -DQUILLMERE_TESTS=ON >/dev/null
 cmake --build "$build" --target quillmere quillmere_golden quillmere_unit -- --quiet
 
 echo "==> Running the unit tests and the golden cases"
