@@ -18,7 +18,11 @@ cmake --build "$build" --target quillmere quillmere_golden quillmere_unit -- --q
 echo "==> Running the unit tests and the golden cases"
 find "$build" -name '*.gcda' -delete
 ctest --test-dir "$build" --quiet --output-on-failure --parallel "$(nproc)" \
-  --tests-regex '^(unit|golden|realroot)\.'
+  --tests-regex '^(unit|golden|realroot)\.' || {
+  echo "==> Failed; the rest is in $build/Testing/Temporary/LastTest.log:" >&2
+  cat "$build/Testing/Temporary/LastTestsFailed.log" >&2
+  exit 1
+}
 
 mkdir -p "$build/pages"
 gcovr --root . --filter src/ --exclude-throw-branches --exclude-unreachable-branches \
