@@ -14,6 +14,7 @@ import tempfile
 import unittest
 
 OPTIONS = argparse.Namespace()
+SKIPPED = 77
 TIMEOUT = 120  # seconds; a run that takes so long hangs
 
 # In /tmp, where temporary files are without an output directory, no other run has this client.

@@ -22,9 +22,9 @@ const char* const kCountMessage =
 
 /// A look-up of the image a_1 when the command prints `output`.
 struct LookUp {
-  explicit LookUp(const std::string& output, int level = 0, int exit_status = 0) {
+  explicit LookUp(const std::string& output, int level = 0) {
     FakeHost host;
-    host.Prints(output, exit_status);
+    host.Prints(output);
     verbose = level;
     outcome = host.Run([&] { return FindCatalogueFile("a_1", &name); });
   }
@@ -145,13 +145,6 @@ TEST(CatalogueFile, ARefusedCommandFails) {
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.out, "[cmd] /usr/ostra/keelhaven/bin/admincmd/qvroll -id a_1\n");
   EXPECT_EQ(outcome.err, "run command qvroll failed.\n");
-}
-
-TEST(CatalogueFile, TheExitStatusOfTheCommandIsNotLookedAt) {
-  const LookUp look_up("1\n2\nx name\n", 0, 1);
-  EXPECT_EQ(look_up.outcome.status, 0);
-  EXPECT_EQ(look_up.outcome.err, "");
-  EXPECT_EQ(look_up.name, "name");
 }
 
 TEST(CatalogueFile, EveryLineIsTraced) {

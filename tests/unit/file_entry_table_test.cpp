@@ -69,25 +69,6 @@ TEST(FileEntryTable, WritesTheBytesOfARealTree) {
   ExpectTheBytesOfATree(random.Entries(3000, 50));
 }
 
-TEST(FileEntryTable, OneEntryIsAnArrayOfOne) {
-  EXPECT_EQ(ArrayText(TableOf({{"1", "2", "3", "4", "5", "6", "7", "8", "9", "/a b", "x"}})),
-            "[\n"
-            "        {\n"
-            "            \"filenum\": \"1\",\n"
-            "            \"length\": \"2\",\n"
-            "            \"plength\": \"3\",\n"
-            "            \"dlength\": \"4\",\n"
-            "            \"blknum\": \"5\",\n"
-            "            \"in_image\": \"6\",\n"
-            "            \"raw_partition_sz\": \"7\",\n"
-            "            \"gigabytes\": \"8\",\n"
-            "            \"device_num\": \"9\",\n"
-            "            \"path\": \"\\/a b\",\n"
-            "            \"data\": \"x\"\n"
-            "        }\n"
-            "    ]");
-}
-
 /// Fields with `c` at one place each: at `place` in the first one, then at those behind it.
 Fields WithByte(char c, std::size_t place) {
   Fields fields;
