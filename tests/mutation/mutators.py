@@ -27,6 +27,7 @@ COMPARISONS = {"==", "!=", "<", "<=", ">", ">="}
 WORDS = [("true", "false"), ("min", "max"), ("find", "rfind"), ("starts_with", "ends_with"),
          ("front", "back"), ("all_of", "any_of"), ("lower_bound", "upper_bound")]  # fmt: skip
 SWAPPED_WORDS = dict(WORDS + [(b, a) for a, b in WORDS])
+OF_TEXTS = {"string": ("<<", "+", "+="), "char": ("<<",)}
 CLOSING = {"(": ")", "[": "]", "{": "}"}
 BEFORE_A_BODY = {")", "]", "const", "noexcept", "override", "mutable", "else", "do", "try"}
 DECLARATION = re.compile(
@@ -104,8 +105,8 @@ def operator_changes(text, tokens):
             yield token.begin, token.end, SWAPPED_WORDS[token.text]
         elif token.kind != "mark":
             continue
-        elif token.text not in ("==", "!=") and {"string", "char"} & {before.kind, behind.kind}:
-            continue  # of texts and streams, which have no other one
+        elif token.text in OF_TEXTS.get(before.kind, ()) or token.text in OF_TEXTS.get(behind.kind, ()):
+            continue  # streams and strings have no other one
         elif is_binary and token.text in BINARY:
             yield from ((token.begin, token.end, other) for other in BINARY[token.text])
         elif token.text in ("++", "--"):
@@ -168,8 +169,8 @@ def deleted_statements(text, tokens):
         if tokens[begin].text == "return":
             if i > begin + 2:  # a value of more than one word
                 yield tokens[begin + 1].begin, token.begin, "{}"
-            if token.scope == "function":
-                continue  # a function that returns nothing may do anything
+            if token.scope == "function" and i > begin + 1:
+                continue  # what owes a value and returns none may do anything
         else:
             declared = DECLARATION.match(statement)
             if statement.startswith(("const auto [", "auto [")) or (
