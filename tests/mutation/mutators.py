@@ -49,6 +49,10 @@ class Mutant:
     def apply(self, text):
         return text[: self.begin] + self.replacement + text[self.end :]
 
+    def line_of(self, text):
+        """The line of `text` in which the change begins."""
+        return text[text.rfind("\n", 0, self.begin) + 1 :].partition("\n")[0]
+
 
 @dataclasses.dataclass
 class Token:

@@ -169,7 +169,10 @@ class Copy:
 
 
 def all_mutants(patterns):
-    """The mutants of all C++ files whose paths match one of the patterns, in a fixed order."""
+    """The mutants of all C++ files whose paths match one of the patterns, in a fixed order. Without
+    those in lines that costs.txt names."""
+    rows = [re.split(r" {2,}", line)[0] for line in (HERE / "costs.txt").read_text().splitlines()]
+    costs = re.compile("|".join(f"(?:{row})" for row in rows if row and not row.startswith("#")))
     mutants = []
     for folder, names, files in os.walk(SOURCE):
         if pathlib.Path(folder) == SOURCE:
@@ -178,7 +181,9 @@ def all_mutants(patterns):
         for path in sorted(pathlib.Path(folder, name) for name in files if name.endswith((".cpp", ".h"))):
             name = path.relative_to(SOURCE).as_posix()
             if any(fnmatch.fnmatch(name, pattern) for pattern in patterns):
-                mutants += mutators.mutants_of(name, path.read_text())
+                text = path.read_text()
+                mutants += [mutant for mutant in mutators.mutants_of(name, text)
+                            if not costs.search(mutant.line_of(text))]  # fmt: skip
     return mutants
 
 
