@@ -171,7 +171,7 @@ def deleted_statements(text, tokens):
             continue
         statement = text[tokens[begin].begin : token.end]
         if tokens[begin].text == "return":
-            if i > begin + 2:  # a value of more than one word
+            if i > begin + 2 and tokens[i - 1].text not in ("nullopt", "}"):  # no empty value yet
                 yield tokens[begin + 1].begin, token.begin, "{}"
             if token.scope == "function" and i > begin + 1:
                 continue  # what owes a value and returns none may do anything

@@ -13,6 +13,8 @@ CHANGES = {
         "return a == 'c' && b;", "return {};",
     ],
     "return true;": ["return false;"],
+    "return std::nullopt;": [],
+    "return f(a);": ["return {};"],
     "if (a) { return 1; }": [
         "if (!(a)) { return 1; }", "if (a) { ; }", "if (a) { return (1 + 1); }", "if (a) { return (1 - 1); }",
     ],

@@ -9,6 +9,7 @@ mutants were caught, and 2 when the tests are red, or don't build, without any c
 """
 
 import argparse
+import collections
 import difflib
 import fnmatch
 import os
@@ -169,8 +170,8 @@ class Copy:
 
 
 def all_mutants(patterns):
-    """The mutants of all C++ files whose paths match one of the patterns, in a fixed order. Without
-    those in lines that costs.txt names."""
+    """The mutants of all C++ files whose paths match one of the patterns, but for those in lines that
+    costs.txt describes."""
     rows = [re.split(r" {2,}", line)[0] for line in (HERE / "costs.txt").read_text().splitlines()]
     costs = re.compile("|".join(f"(?:{row})" for row in rows if row and not row.startswith("#")))
     mutants = []
@@ -185,6 +186,19 @@ def all_mutants(patterns):
                 mutants += [mutant for mutant in mutators.mutants_of(name, text)
                             if not costs.search(mutant.line_of(text))]  # fmt: skip
     return mutants
+
+
+def shuffled(mutants, seed):
+    """Each mutant has a place of its own, so that a change elsewhere leaves most of a sample as it is."""
+    seen = collections.Counter()
+    places = {}
+    for mutant in mutants:
+        text = (SOURCE / mutant.path).read_text()
+        column = mutant.begin - text.rfind("\n", 0, mutant.begin)
+        change = f"{seed} {mutant.path} {mutant.line_of(text)} {column} {mutant.replacement}"
+        seen[change] += 1  # the same line may come again
+        places[mutant] = random.Random(f"{change} {seen[change]}").random()
+    return sorted(mutants, key=places.get)
 
 
 def diff(mutant):
@@ -238,9 +252,8 @@ def main():
     options.stage = options.stage or STAGES
 
     mutants = all_mutants(options.files)
-    random.Random(options.seed).shuffle(mutants)
     print(f"{len(mutants)} mutants, of which {options.sample} are tried out", flush=True)
-    tried, survivors = try_sample(Copy(options), mutants, options.sample)
+    tried, survivors = try_sample(Copy(options), shuffled(mutants, options.seed), options.sample)
     for mutant in survivors:
         print(f"\nsurvived:\n{diff(mutant)}", end="")
     caught = tried - len(survivors)
