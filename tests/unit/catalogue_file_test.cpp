@@ -123,6 +123,9 @@ TEST(CatalogueFile, AnyOtherNumberOfLinesFails) {
   ExpectCountMessage("1\n2\nx name\n4\n");
   ExpectCountMessage("1\n2\nx name\n\n");
   ExpectCountMessage("1\n2\nx name\n4\n5\n6\n");
+  // As many as are 3 in a count of 8 or of 16 bits.
+  ExpectCountMessage("1\n2\nx name\n" + std::string(256, '\n'));
+  ExpectCountMessage("1\n2\nx name\n" + std::string(65536, '\n'));
 }
 
 TEST(CatalogueFile, APieceOfALongLineCountsAsALine) {

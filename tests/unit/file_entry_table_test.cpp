@@ -200,6 +200,22 @@ TEST(FileEntryTable, OutputPiecesMayEndAnywhere) {
   }
 }
 
+TEST(FileEntryTable, AFullPieceHasRoomForTheGroupThatGrowsMost) {
+  // The output is written when a group begins and more than half a mebibyte is there. Here it is
+  // exactly that, and a group of fields of one byte each, with most of the text between them, comes
+  // on top. A sanitizer sees if it does not fit.
+  constexpr std::size_t kPieceSize = 524288;
+  const std::string two = ArrayText(TableOf({Filled("x"), Filled("y")}));
+  const std::size_t left = kPieceSize - (two.rfind("\"filenum\"") + 12);
+  const std::size_t slashes = left % 64;  // whole groups; a slash takes a byte more than it had
+  Fields second = Filled("x");
+  second[0].assign(left - 2 * slashes, 'a').append(slashes, '/');
+  // The second one does not fit into the first chunk and stands at the start of its own.
+  std::vector<Fields> entries = {Filled("x"), second};
+  entries.resize(10, Filled("x"));
+  ExpectTheBytesOfATree(entries);
+}
+
 TEST(FileEntryTable, RunsOfTabsSeparateOnce) {
   RandomText random(3);
   std::vector<Fields> entries;
