@@ -20,6 +20,7 @@ readonly tree=$folder/tree
 
 # The mirror with Debian's own packages that apt uses here.
 mirror() {
+  # shellcheck disable=SC2016  # for apt-get to expand
   apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' 'Label: Debian' | sed -n 1p
 }
 
@@ -38,7 +39,9 @@ make_system() {
 
 # test_inside [ARGUMENT...]: to be run as root, in a mount namespace of its own.
 test_inside() {
-  [[ -d $root ]] || make_system
+  if [[ ! -d $root ]]; then
+    make_system
+  fi
   # A system of its own is a mount of its own: tests make namespaces in it.
   mount --bind "$root" "$root"
   cd "$root"
