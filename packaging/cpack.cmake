@@ -78,7 +78,7 @@ set(CPACK_PACKAGE_FILE_NAME quillmere-${PROJECT_VERSION}-linux-x86_64)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_THREADS 1)
-set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/cpack_permissions.cmake)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/cpack_staged_files.cmake)
 
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${QUILLMERE_MAINTAINER})
@@ -109,6 +109,7 @@ endif()
 set(CPACK_RPM_SPEC_MORE_DEFINE
 "%define _build_id_links none
 %define _buildhost localhost
+%define use_source_date_epoch_as_buildtime 1
 %define __os_install_post %{nil}")
 # Folders that belong to the system, beside those that cpack leaves out by itself.
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
