@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds the .deb, the .rpm and the .tar.gz, and tests them: that a second build gives the same bytes,
-# what is in them, what lintian says, and that they can be installed, used and removed without a trace. Installs the Debian packages that it
-# needs and that are missing.
+# what is in them, what lintian says, and that they can be installed, used and removed without a
+# trace. Installs the Debian packages that it needs and that are missing.
 #
 #   packaging/test_packages.sh
 #
@@ -107,6 +107,7 @@ check_deb() {
   [[ -z $(field Depends) ]] || fail "the .deb depends on $(field Depends)"
   [[ $(dpkg-deb --contents "$deb" | awk '{print $2}' | sort --unique) == root/root ]] ||
     fail "not everything in the .deb is root's"
+  python3 tests/packages/links_test.py "$unpacked/deb"
   check_program "$unpacked/deb/usr/bin/quillmere"
 }
 
@@ -145,6 +146,7 @@ check_archive() {
   mkdir -p "$unpacked/archive"
   tar --extract --file "$archive" --directory "$unpacked/archive"
   check_contents archive "$unpacked"/archive/quillmere-*
+  python3 tests/packages/links_test.py "$unpacked/archive"
   check_program "$unpacked"/archive/quillmere-*/bin/quillmere
 }
 
