@@ -51,7 +51,9 @@ test_inside() {
   mount --rbind /sys sys
   mount --rbind /dev dev
   cp --remove-destination --dereference /etc/resolv.conf etc/resolv.conf
-  chroot . /usr/bin/env PATH=/usr/sbin:/usr/bin:/sbin:/bin /quillmere/scripts/test.sh "$@"
+  # Nothing else of the environment is meant for that system.
+  chroot . /usr/bin/env --ignore-environment ${http_proxy:+"http_proxy=$http_proxy"} HOME=/root \
+    PATH=/usr/sbin:/usr/bin:/sbin:/bin /quillmere/scripts/test.sh "$@"
 }
 
 if [[ ${1:-} == --inside ]]; then
