@@ -151,13 +151,12 @@ class Copy:
         path.write_text(mutant.apply(original))
         red = None
         try:
-            try:
-                self.make_targets(self.options.unit)
-            except Unusable:
-                return None
+            self.make_targets(self.options.unit)
             if self.unit_program().read_bytes() == self.original_program:
                 return None
             self.run_tests(len(self.options.stage))
+        except Unusable:
+            return None
         except Red as caught:
             red = caught
         finally:
