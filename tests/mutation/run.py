@@ -30,7 +30,7 @@ SOURCE = HERE.parent.parent
 GIB = 1 << 30
 STAGES = [
     ["^golden[.]", "quillmere_golden"],
-    ["^fuzz[.]", "fuzz_listing", "fuzz_catalogue_file", "fuzz_file_entries", "fuzz_metadata", "fuzz_command_line"],
+    ["^fuzz[.]", "fuzz_listing", "fuzz_catalogue_file", "fuzz_file_entries", "fuzz_metadata"],
     ["^(faults|e2e)[.]", "all"],
 ]  # fmt: skip
 
