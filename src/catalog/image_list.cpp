@@ -61,10 +61,7 @@ class RowArena {
   std::size_t left_ = 0;  // bytes behind free_
 };
 
-RowArena& Rows() {
-  static RowArena& rows = *new RowArena;  // outlives whatever else ends with the process
-  return rows;
-}
+RowArena& rows = *new RowArena;  // outlives whatever else ends with the process
 
 /// A row that is being cut into fields. A blank is the space character only.
 class RowCutter {
@@ -166,7 +163,7 @@ class ListingParser {
       images_->reserve(std::max(kFirstCapacity, 4 * images_->size()));
       PreferHugePages(images_->data(), images_->capacity() * sizeof(BackupImage));
     }
-    if (!CutRow(Rows().Keep(row), &images_->emplace_back())) {
+    if (!CutRow(rows.Keep(row), &images_->emplace_back())) {
       images_->pop_back();
       return false;
     }

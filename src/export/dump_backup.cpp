@@ -18,7 +18,12 @@ int dump_backup(const std::string& backup_id, const std::string& output_dir) {
   const std::string catalogue_directory = CatalogueDirectory(backup_id);
 
   boost::property_tree::ptree root;
-  const std::string metadata_directory = output_dir.empty() ? "/tmp" : output_dir;
+  std::string metadata_directory = "/tmp";
+  std::string document_path;
+  if (!output_dir.empty()) {
+    metadata_directory = output_dir;
+    document_path = OutputPath(output_dir, backup_id + ".json");
+  }
   int status =
       FetchMetadata(backup_id, OutputPath(metadata_directory, backup_id + ".qvmeta.json"), &root);
   if (status != 0) {
@@ -34,8 +39,7 @@ int dump_backup(const std::string& backup_id, const std::string& output_dir) {
   if (status != 0) {
     return status;
   }
-  WriteDocument(
-      &root, "fentries", [&entries](std::ostream& out) { entries.WriteArray(out); },
-      output_dir.empty() ? "" : OutputPath(output_dir, backup_id + ".json"));
+  const auto write_entries = [&entries](std::ostream& out) { entries.WriteArray(out); };
+  WriteDocument(&root, "fentries", write_entries, document_path);
   return 0;
 }

@@ -258,7 +258,7 @@ int FakeHost::Fclose(std::FILE* stream) {
   }
   AddStep("fclose " + found->second.name);
   open_streams_.erase(found);
-  return __real_fclose(stream);
+  return __real_fclose(stream) == 0 && !close_fails_ ? 0 : EOF;
 }
 
 int FakeHost::Unlink(const char* path) {

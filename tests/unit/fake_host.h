@@ -77,6 +77,9 @@ class FakeHost {
   /// Standard output of the next Run is the file `path` instead of being captured.
   void SendStandardOutputTo(const std::string& path) { out_path_ = path; }
 
+  /// From now on closing a file fails, after it was closed.
+  void FailClose() { close_fails_ = true; }
+
   /// From now on no file can be removed.
   void RefuseUnlink() { unlink_refused_ = true; }
 
@@ -123,6 +126,7 @@ class FakeHost {
   std::map<std::FILE*, OpenStream> open_streams_;
   std::optional<std::string> out_path_;
   bool unlink_refused_ = false;
+  bool close_fails_ = false;
   Outcome* outcome_ = nullptr;  // of the call that is running
   int out_descriptor_ = -1;     // where the running call's standard output goes
   int err_descriptor_ = -1;

@@ -1,7 +1,11 @@
 #include "export/metadata.h"
 
+#include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <functional>
+#include <iostream>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -10,6 +14,7 @@
 #include <boost/property_tree/ptree.hpp>
 
 #include "fake_host.h"
+#include "host/command_output.h"
 #include "layout/layout.h"
 #include "temporary_directory.h"
 
@@ -116,6 +121,39 @@ TEST(Metadata, ARefusedCommandLeavesAnEmptyFile) {
   EXPECT_THAT(outcome.steps, ElementsAre("fopen " + path + " wte", "popen "s + kCommand,
                                          "stderr run command qvmeta failed.\n", "fclose " + path));
   EXPECT_EQ(ReadFile(path), "");
+}
+
+/// What is thrown when `fail` makes the file miss a part that can be done without.
+void ExpectWriteError(const std::function<void(FakeHost*)>& fail) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.PathOf("x");
+  FakeHost host;
+  host.Prints("{}" + std::string(10000, '\n'));
+  ptree tree;
+  fail(&host);
+  const Outcome outcome = host.Run([&] { return FetchMetadata("a_1", path, &tree); });
+  ASSERT_TRUE(outcome.thrown.has_value());
+  EXPECT_EQ(outcome.thrown->what, path + ": write error");
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(ReadFile(path).substr(0, 3), "{}\n");
+}
+
+TEST(Metadata, AFailedCloseIsAWriteError) {
+  ExpectWriteError([](FakeHost* host) { host->FailClose(); });
+}
+
+TEST(Metadata, AFailedWriteIsAWriteError) {
+  rlimit before = {};
+  getrlimit(RLIMIT_FSIZE, &before);
+  signal(SIGXFSZ, SIG_IGN);
+  CommandOutput::OnWait([](int) {
+    const rlimit limit = {.rlim_cur = 4096, .rlim_max = RLIM_INFINITY};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  });
+  ExpectWriteError([](FakeHost*) {});
+  CommandOutput::OnWait([](int) { std::cout.flush(); });
+  setrlimit(RLIMIT_FSIZE, &before);
+  signal(SIGXFSZ, SIG_DFL);
 }
 
 TEST(Metadata, TextThatIsNoJsonStaysInTheFile) {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -27,7 +28,7 @@ pid_t StartChild(int descriptor, const std::function<bool()>& action, bool also_
   if (child == 0) {
     dup2(descriptor, STDOUT_FILENO);
     dup2(also_errors ? descriptor : STDERR_FILENO, STDERR_FILENO);
-    _exit(action() ? 0 : 1);
+    exit(action() ? 0 : 1);
   }
   return child;
 }
