@@ -86,6 +86,7 @@ class Case:
     targets: tuple = ()
     runs: int = 0  # 0: as the scale says
     repeat: int = 1
+    same_document: bool = False  # both write one, and they have to be equal
 
 
 DUMP = "{tool} --action dump_backup --backup_id {first_id}"
@@ -97,12 +98,18 @@ SET_LIST = "{tool} --action dump_backup_set_list --output_dir {out}"
 ALL_SETS = SET_LIST + " --count 0"
 SET = ("{tool} --action dump_backup_set --client {set_client} --time {set_time} "
        "--output_dir {out}")
+LITERAL_SET_LIST = "{build}/literal_set_list {admincmd}/qvroll 100 {out}/backup_sets.json"
+LITERAL_ALL_SETS = "{build}/literal_set_list {admincmd}/qvroll 0 {out}/backup_sets.json"
 LISTING_FLOOR = "{admincmd}/qvroll | cat | cat > /dev/null"
 LOOP = "{here}/shell_loop.sh {admincmd} {unfold} < {images}"
 LOOP_OF_SHELLS = "{here}/shell_loop.sh -c {admincmd} {unfold} < {images}"
 
 HELD = Target("memory", lambda bytes_in, _: 1.15 * bytes_in + 16 * MIB,
               text="memory ≤ 1.15 x in + 16 MiB")
+
+
+THREE_TIMES = (Target("wall", 3, at_least=True),)
+FAST_LIST = Target("wall", lambda *_: 1.3, text="wall ≤ 1.3 s")
 
 
 def bytes_each(limit, what):
@@ -152,16 +159,19 @@ def rival_cases(scale):
 def cases(scale):
     one, rows, members = image(scale.entries), listing(scale.rows), backup_set(scale.set_images)
     at_most = functools.partial(Target, "wall")
-    file_floor = UNFOLD + " | cat > /dev/null; cat {document} > {out}/copy"
+    file_floor = UNFOLD + " | cat > /dev/null; {build}/write_floor {piece} {document} {out}/copy"
     yield Case("dump_backup to a file", Command("", TO_FILE, one),
-               Command("floor", file_floor, one), (at_most(1.3), HELD))
+               Command("floor, written", file_floor, one), (at_most(1.25), HELD))
+    yield Case("dump_backup to a file", Command("", TO_FILE, one),
+               Command("floor, copied", UNFOLD + " | cat > /dev/null; cat {document} > {out}/copy",
+                       one))
     yield Case("dump_backup to a pipe", Command("", TO_PIPE, one),
                Command("floor", UNFOLD + " | cat > /dev/null; cat {document} | cat > /dev/null",
                        one), (at_most(1.3), HELD))
     if scale.huge:
         huge = image(HUGE_ENTRIES)
         yield Case("dump_backup to a file", Command("", TO_FILE, huge),
-                   Command("floor", file_floor, huge))
+                   Command("floor, written", file_floor, huge))
         for place, shell in (("a file", TO_FILE), ("a pipe", TO_PIPE)):
             yield Case(f"dump_backup to {place}", Command("", shell, huge),
                        Command(f"itself, {scale.entries:,}", shell, one),
@@ -173,13 +183,19 @@ def cases(scale):
                Command("the tool", LIST, rows))
     yield Case("dump_backup_set_list", Command("", SET_LIST, rows), floor,
                (at_most(8), bytes_each(450, "row")))
+    yield Case("rival: literal set list", Command("", LITERAL_SET_LIST, rows),
+               Command("the tool", SET_LIST, rows), THREE_TIMES, scale.rival_runs,
+               same_document=True)
     lone = [listing(scale.rows // part, parents=False) for part in (4, 2, 1)]
     yield Case("dump_backup_set_list, all", Command("", ALL_SETS, lone[0]),
-               Command("floor", LISTING_FLOOR, lone[0]), (bytes_each(1400, "set"),))
+               Command("floor", LISTING_FLOOR, lone[0]), (bytes_each(700, "set"),))
     for half, whole in zip(lone, lone[1:]):
         yield Case("dump_backup_set_list, all", Command("", ALL_SETS, whole),
                    Command(f"itself, {half.size:,}", ALL_SETS, half),
-                   (at_most(2.2), bytes_each(1400, "set")))
+                   (at_most(2.2), bytes_each(700, "set"), FAST_LIST))
+    yield Case("rival: literal set list, all", Command("", LITERAL_ALL_SETS, lone[-1]),
+               Command("the tool", ALL_SETS, lone[-1]), THREE_TIMES, scale.rival_runs,
+               same_document=True)
     for base, shell in (("loop of commands", LOOP), ("loop of sh -c", LOOP_OF_SHELLS)):
         yield Case("dump_backup_set", Command("", SET, members), Command(base, shell, members),
                    (at_most(1.15),))

@@ -9,6 +9,7 @@ import functools
 import json
 import os
 import pathlib
+import re
 import shlex
 import shutil
 import statistics
@@ -16,11 +17,14 @@ import subprocess
 import sys
 import time
 
-from cases import (FULL, HUGE_DISK, HUGE_ENTRIES, QUICK, RIVALS, TO_FILE, UNFOLD, cases, image)
+from cases import (FULL, HUGE_DISK, HUGE_ENTRIES, QUICK, RIVALS, TO_FILE, UNFOLD, Command, cases,
+                   image)
 
 HERE = pathlib.Path(__file__).resolve().parent
 DOCUMENT = TO_FILE + " && mv {out}/{first_id}.json {document}"
 # The product prints for printf, so a percent sign stands doubled.
+SLOW = 10  # seconds: a rival that takes longer runs once
+PIECES = [size << 10 for size in (64, 128, 256, 512, 1024, 4096)]  # bytes
 METADATA = "{admincmd}/qvmeta -json -backupid {first_id} | sed 's/%%/%/g' > {metadata}"
 
 
@@ -33,6 +37,7 @@ class Bench:
         self.out = self.work / "out"
         self.kept = self.work / "kept"  # what runs on sets have written
         self.peak = self.work / "peak"  # of the last command, in KiB
+        self.piece = 0  # bytes, in which the floor of a file is written
 
     def root(self, data):
         return self.work / "data" / data.name
@@ -78,9 +83,12 @@ class Bench:
         return (f"ln -sfn {shlex.quote(str(self.root(data)))} {link} && {put_away} && "
                 f"mkdir -p {out}" + (" && sync" if is_settled else ""))
 
+    def text_of(self, shell, data):
+        return shell.format_map(self.values(data) | {"piece": self.piece})
+
     def shell(self, command, data):
         """Runs `command` once on `data`, untimed."""
-        text = command.format_map(self.values(data))
+        text = self.text_of(command, data)
         subprocess.run(["bash", "-o", "pipefail", "-c", f"{self.prepare(data)}; {text}"],
                        check=True, stdin=subprocess.DEVNULL)
 
@@ -92,7 +100,7 @@ class Bench:
     def measure(self, command, repeat):
         """One sample of `command`: wall, user and system time in seconds, peak memory in bytes.
         Programs that end at once are repeated, without a shell between them and the clock."""
-        text = command.shell.format_map(self.values(command.data))
+        text = self.text_of(command.shell, command.data)
         with_peak = (f"/usr/bin/time -q -f %M -o {shlex.quote(str(self.peak))} "
                      f"bash -o pipefail -c {shlex.quote(text)}")
         prepare = self.prepare(command.data, is_settled=repeat == 1)
@@ -110,13 +118,16 @@ class Bench:
                 "memory": int(self.peak.read_text()) * 1024}
 
 
-def check_rivals(bench):
-    """Ends the program unless every rival makes the tool's document of a small image."""
+def check_rivals(bench, chosen):
+    """Ends the program unless every chosen rival makes the tool's document of a small image."""
+    rivals = [rival for rival in RIVALS if any(case.subject.name == rival.name for case in chosen)]
+    if not rivals:
+        return
     data, marker = image(2_000), b'    "fentries": '
     bench.shell(DOCUMENT, data)
     bench.shell(METADATA, data)
     expected = (bench.root(data) / "document.json").read_bytes()
-    for rival in RIVALS:
+    for rival in rivals:
         bench.shell(f"{UNFOLD} | {rival.shell} > {{out}}/rival", data)
         written = (bench.out / "rival").read_bytes()
         if rival.equal == "content":
@@ -130,6 +141,32 @@ def check_rivals(bench):
             sys.exit(f"The rival \"{rival.name}\" does not make the tool's document.")
 
 
+def check_documents(bench, case):
+    """Ends the program unless both sides of a case about set lists write the same bytes."""
+    documents = []
+    for command in (case.base, case.subject):
+        bench.shell(command.shell, command.data)
+        documents.append((bench.out / "backup_sets.json").read_bytes())
+    if documents[0] != documents[1]:
+        sys.exit(f"{case.title}: its document is not the tool's.")
+    times = re.findall(rb'"BackupCreateTime": (.*),', documents[0])
+    if "--count 0" in case.base.shell and len(set(times)) == len(times):
+        sys.exit(f"{case.title}: no two sets share their second, so the order proves little.")
+
+
+def choose_piece(bench, data):
+    """The size of the pieces, in bytes, that write a document of `data` the fastest."""
+    def best_wall(size):
+        bench.piece = size
+        command = Command("", "{build}/write_floor {piece} {document} {out}/copy", data)
+        return min(bench.measure(command, 1)["wall"] for _ in range(3))
+    bench.shell(DOCUMENT, data)
+    progress("the floor of a file: sizes of its pieces")
+    walls = {size: best_wall(size) for size in PIECES}
+    bench.piece = min(walls, key=walls.get)
+    return ", ".join(f"{size >> 10} KiB {wall:.3f} s" for size, wall in walls.items())
+
+
 def prepare_case(bench, case):
     for command in (case.base, case.subject):
         bench.values(command.data)
@@ -137,17 +174,22 @@ def prepare_case(bench, case):
             bench.shell(DOCUMENT, command.data)
         if "{metadata}" in command.shell:
             bench.shell(METADATA, command.data)
+    if case.same_document:
+        check_documents(bench, case)
 
 
 def run_case(bench, case, runs):
     prepare_case(bench, case)
-    is_counted = case.repeat == 1 and not case.title.startswith("rival")
+    is_rival = case.title.startswith("rival")
+    is_counted = case.repeat == 1 and not is_rival
     pairs = []
     for number in range(runs):
         progress(f"{case.title}, {case.subject.data.size:,}: run {number + 1} of {runs}")
         pairs.append([bench.measure(command, case.repeat)
                       for command in (case.base, case.subject)])
-    row = {"case": case.title, "size": case.subject.data.size, "runs": runs,
+        if is_rival and pairs[0][1]["wall"] > SLOW:
+            break
+    row = {"case": case.title, "size": case.subject.data.size, "runs": len(pairs),
            "against": case.base.name,
            "bytes_in": bench.bytes_in(case.subject.data) if case.repeat == 1 else None,
            "bytes_out": bench.bytes_out(case.subject) if is_counted else None}
@@ -166,9 +208,9 @@ def progress(text):
         print(f"\r\033[K{text}", end="", file=sys.stderr, flush=True)
 
 
-def run_cases(bench, scale):
+def run_cases(bench, chosen, scale):
     huge = image(HUGE_ENTRIES)
-    for case in cases(scale):
+    for case in chosen:
         if case.subject.data == huge and shutil.disk_usage(bench.work).free < HUGE_DISK:
             print(f"Left out for lack of disk: {case.title}, {huge.size:,}", file=sys.stderr)
             continue
@@ -229,30 +271,57 @@ def put_into_readme(markdown):
     readme.write_text(before + begin + markdown + end + rest.split(end)[1])
 
 
-def main():
+def parse_arguments():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("build", type=pathlib.Path, help="build folder with everything built")
     parser.add_argument("--full", action="store_true", help="full sizes, for bench/README.md")
-    arguments = parser.parse_args()
+    parser.add_argument("--only", type=re.compile, metavar="REGEX",
+                        help="only the cases in whose \"CASE, SIZE against BASE\" it is found; "
+                             "nothing is kept")
+    return parser.parse_args()
+
+
+def describe(case):
+    return f"{case.title}, {case.subject.data.size:,} against {case.base.name}"
+
+
+def choose_cases(scale, only):
+    chosen = [case for case in cases(scale) if only is None or only.search(describe(case))]
+    if not chosen:
+        sys.exit("No case has that in its name. They are:\n" + "\n".join(map(describe, cases(scale))))
+    return chosen
+
+
+def main():
+    arguments = parse_arguments()
     os.environ["LC_ALL"] = "C"
     os.environ.pop("PYTHONUNBUFFERED", None)  # the Python rivals would write each piece by itself
     bench = Bench(arguments.build.resolve())
     bench.out.mkdir(exist_ok=True)
     bench.kept.mkdir(exist_ok=True)
     mode, scale = ("full", FULL) if arguments.full else ("quick", QUICK)
-    check_rivals(bench)
-    rows = list(run_cases(bench, scale))
+    chosen = choose_cases(scale, arguments.only)
+    check_rivals(bench, chosen)
     heading = describe_run(mode)
+    if any("{piece}" in case.base.shell for case in chosen):
+        heading += f". Floor of a file, by its pieces: {choose_piece(bench, image(scale.entries))}"
     if not arguments.full:
         heading += ". Targets are for the full sizes: here, what every run costs weighs more"
+    rows = list(run_cases(bench, chosen, scale))
+    print(f"{heading}\n\n{as_text(rows)}")
+    not_met = sum(not is_met for row in rows for is_met in row["targets"].values())
+    print(f"\n{not_met} targets not met.")
+    if arguments.only is None:
+        keep(bench, mode, heading, rows)
+
+
+def keep(bench, mode, heading, rows):
     markdown = as_markdown(rows, heading)
     (bench.work / f"{mode}.md").write_text(markdown)
     (bench.work / f"{mode}.json").write_text(json.dumps({"run": heading, "rows": rows}, indent=1))
-    if arguments.full:
+    if mode == "full":
         put_into_readme(markdown)
-    print(f"{heading}\n\n{as_text(rows)}")
-    not_met = sum(not is_met for row in rows for is_met in row["targets"].values())
-    print(f"\n{not_met} targets not met. Also in {bench.work}/{mode}.md and .json")
+    print(f"Also in {bench.work}/{mode}.md and .json")
 
 
 if __name__ == "__main__":

@@ -2,10 +2,11 @@
 # Measures the tool against its floors and against what a user would write instead, on the stand-in
 # for the product, and prints one table. Installs what is missing; everything is kept in build/bench.
 #
-#   scripts/bench.sh [--quick|--full]
+#   scripts/bench.sh [--quick|--full] [--only REGEX]
 #
 # --quick (the default) takes less than two minutes, at a fifth or less of the full sizes. --full
-# takes half an hour and up to 20 GB of memory, and puts its table into bench/README.md.
+# takes half an hour and up to 20 GB of memory, and puts its tables into bench/README.md. --only
+# measures the cases in whose names REGEX is found, and keeps no table.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=scripts/lib/packages.sh
@@ -13,15 +14,22 @@ source scripts/lib/packages.sh
 
 readonly build=build/bench
 
-mode=()
-case ${1:---quick} in
-  --quick) ;;
-  --full) mode=(--full) ;;
-  *)
-    echo "usage: scripts/bench.sh [--quick|--full]" >&2
-    exit 1
-    ;;
-esac
+options=()
+while (($# > 0)); do
+  case $1 in
+    --quick) ;;
+    --full) options+=(--full) ;;
+    --only)
+      options+=(--only "${2?--only takes a regular expression}")
+      shift
+      ;;
+    *)
+      echo "usage: scripts/bench.sh [--quick|--full] [--only REGEX]" >&2
+      exit 1
+      ;;
+  esac
+  shift
+done
 
 install_missing "${BUILD_PACKAGES[@]}" hyperfine jq libbenchmark-dev mawk miller python3 time
 
@@ -30,4 +38,4 @@ cmake --preset release -B "$build" -DQUILLMERE_BENCH=ON -DQUILLMERE_TESTS=OFF >/
 cmake --build "$build" -- --quiet
 
 echo "==> Measuring"
-python3 bench/run.py "$build" "${mode[@]}"
+python3 bench/run.py "$build" "${options[@]}"
