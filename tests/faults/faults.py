@@ -169,6 +169,17 @@ class FaultTest(unittest.TestCase):
             os.killpg(process.pid, signal.SIGKILL)
             process.wait()
 
+    @staticmethod
+    def read(process, size):
+        """The next `size` bytes that the tool prints, as far as they come."""
+        text = b""
+        while len(text) < size and select.select([process.stdout], [], [], 10)[0]:
+            piece = os.read(process.stdout.fileno(), size - len(text))
+            if not piece:
+                break
+            text += piece
+        return text
+
     def check(self, process, *, status="0", stdout=b"", stderr=b"", files=None):
         """Waits for the tool and its commands, and compares the end of the tool, what it printed,
         and all that is in the output directory."""

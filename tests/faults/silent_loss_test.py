@@ -4,7 +4,6 @@ status 0 and less than there should be."""
 
 import os
 import resource
-import select
 import signal
 import socket
 import time
@@ -250,15 +249,6 @@ class WhatTheProductSees(faults.FaultTest):
 
 class SilentProduct(faults.FaultTest):
     """What the product has printed is there while it thinks, but for an unfinished line."""
-
-    def read(self, process, size):
-        text = b""
-        while len(text) < size and select.select([process.stdout], [], [], 10)[0]:
-            piece = os.read(process.stdout.fileno(), size - len(text))
-            if not piece:
-                break
-            text += piece
-        return text
 
     def check_shown(self, command, lines, arguments, before=b""):
         gate = faults.Gate(self)

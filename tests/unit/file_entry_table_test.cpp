@@ -284,6 +284,34 @@ TEST(FileEntryTable, CountsItsEntries) {
   EXPECT_EQ(table.size(), 1U);
 }
 
+TEST(FileEntryTable, PackedEntriesAreWrittenLikePlainOnes) {
+  RandomText random(11);
+  std::vector<Fields> entries = random.Entries(2000, 60);
+  entries[500][9] = std::string(100000, 'p') + "/\"\\";
+  entries[501][3] = std::string(70000, 'q');
+  const std::string expected = ArrayTextOfATree(entries);
+  using Packing = FileEntryTable::Packing;
+  for (const Packing& packing : {Packing{0, 0}, Packing{0, 1000}, Packing{1, 65536},
+                                 Packing{65536, 500}, Packing{300000, 100000}}) {
+    SCOPED_TRACE(packing.from);
+    const FileEntryTable table = TableOf(entries, packing);
+    ExpectSameBytes(ArrayText(table), expected);
+    ExpectSameBytes(ArrayText(table), expected);  // packed as before
+  }
+}
+
+TEST(FileEntryTable, RefusedLinesLeavePackedEntriesAlone) {
+  RandomText random(12);
+  FileEntryTable table(FileEntryTable::Packing{0, 200});
+  std::vector<Fields> entries;
+  for (const Fields& fields : random.Entries(200, 30)) {
+    EXPECT_FALSE(table.Append(std::string(random.Number(0, 400), 'x')));
+    ASSERT_TRUE(table.Append(LineOf(fields)));
+    entries.push_back(fields);
+  }
+  ExpectSameBytes(ArrayText(table), ArrayTextOfATree(entries));
+}
+
 TEST(FileEntryTable, WritingChangesNothing) {
   const FileEntryTable table = TableOf({Filled("x"), Filled("y")});
   const std::string once = ArrayText(table);
