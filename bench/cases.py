@@ -17,35 +17,41 @@ class Scale:
     by_copy_entries: tuple  # the first that fits into memory
     runs: int
     rival_runs: int
+    gain_runs: int
     huge: bool
 
 
-QUICK = Scale(200_000, 200_000, 200, 100_000, (50_000,), runs=3, rival_runs=1, huge=False)
+QUICK = Scale(200_000, 200_000, 200, 100_000, (50_000,), runs=3, rival_runs=1, gain_runs=5,
+              huge=False)
 FULL = Scale(1_000_000, 1_000_000, 1_000, 1_000_000, (1_000_000, 500_000, 250_000, 50_000), runs=5,
-             rival_runs=5, huge=True)
+             rival_runs=5, gain_runs=9, huge=True)
 HUGE_ENTRIES = 10_000_000
+MOST_ENTRIES = 50_000_000
 HUGE_DISK = 12 << 30  # bytes: entries and document, and some room
 BY_COPY_BYTES = 20_000  # of memory, for each entry
 
 
 @dataclass(frozen=True)
 class Data:
-    """A catalogue, kept between runs. `reads` says which of its files the subject gets to see."""
+    """A catalogue, kept between runs. `reads` says which of its files the subject gets to see.
+    `product`: "" for the stand-in's commands, which make their pipes large; "cat", which takes them
+    as they are; "paced", with a rec_unfold that takes a microsecond for each entry."""
     name: str
     size: int
     options: str
     reads: str
+    product: str = ""
 
 
-def image(entries):
-    return Data(f"image-{entries}", entries, f"--images 1 --clients 1 --entries {entries}",
-                "images/**/*")
+def image(entries, product=""):
+    return Data(f"image-{entries}{product and '-' + product}", entries,
+                f"--images 1 --clients 1 --entries {entries}", "images/**/*", product)
 
 
-def listing(rows, parents=True):
+def listing(rows, parents=True, product=""):
     options = f"--listing-only --clients 6 --policies 4 --schedules 4 --images {rows}"
-    return Data(f"listing-{rows}" if parents else f"lone-{rows}", rows,
-                options if parents else options + " --no-parents", "listing")
+    return Data(f"{'listing' if parents else 'lone'}-{rows}{product and '-' + product}", rows,
+                options if parents else options + " --no-parents", "listing", product)
 
 
 def backup_set(images):
@@ -92,7 +98,9 @@ class Case:
 DUMP = "{tool} --action dump_backup --backup_id {first_id}"
 TO_FILE = DUMP + " --output_dir {out}"
 TO_PIPE = DUMP + " | cat > /dev/null"
+TO_CHECK = DUMP + " | {build}/check_entries {size}"
 UNFOLD = "{unfold} -dump {entries}"
+PIPE_FLOOR = UNFOLD + " | cat > /dev/null; cat {document} | cat > /dev/null"
 LIST = "{tool} --action list_backups | cat > /dev/null"
 SET_LIST = "{tool} --action dump_backup_set_list --output_dir {out}"
 ALL_SETS = SET_LIST + " --count 0"
@@ -156,6 +164,45 @@ def rival_cases(scale):
                    Command("the tool", TO_PIPE, data), targets, scale.rival_runs)
 
 
+def gain_cases(scale):
+    """What the tool wins with each thing that is less plain for the sake of speed: the subject is
+    the tool, and the base the tool without it."""
+    rows, entries = listing(scale.rows), image(scale.entries)
+    cat_rows, cat_entries = (listing(scale.rows, product="cat"), image(scale.entries, "cat"))
+    for name, shell, data in (
+            ("pipe_of_commands", LIST, cat_rows), ("pipe_of_commands", SET_LIST, cat_rows),
+            ("pipe_of_commands", TO_PIPE, cat_entries), ("buffer_of_commands", LIST, rows),
+            ("buffer_of_commands", SET_LIST, rows), ("buffer_of_commands", TO_PIPE, entries),
+            ("pipe_of_output", LIST, rows), ("pipe_of_output", TO_PIPE, entries),
+            ("buffer_of_output", LIST, rows), ("huge_pages_for_rows", SET_LIST, rows),
+            ("huge_pages_for_records", SET_LIST, rows), ("steps_for_records", SET_LIST, rows),
+            ("whole_numbers", SET_LIST, rows), ("sizes", SET_LIST, rows),
+            ("series_images", SET_LIST, rows), ("hashed_tags", SET_LIST, rows),
+            ("huge_pages_for_entries", TO_PIPE, entries), ("groups_of_bytes", TO_PIPE, entries)):
+        action = shell.split("--action ")[1].split()[0]
+        yield Case(f"gain: {name}", Command(action, shell, data), without(name, shell, data),
+                   (Target("wall", 0.9),), scale.gain_runs)
+
+
+def without(name, shell, data):
+    """The command with a tool to which the patch bench/plain/NAME.patch was applied."""
+    return Command(f"without {name}", shell.replace("{tool}", "{plain}/" + name), data)
+
+
+def packing_cases():
+    """Entries beyond the size from which they are packed."""
+    huge, most, paced = (image(HUGE_ENTRIES), image(MOST_ENTRIES), image(HUGE_ENTRIES, "paced"))
+    at_most = functools.partial(Target, "wall")
+    yield Case("dump_backup to a pipe", Command("", TO_PIPE, huge),
+               without("packing", TO_PIPE, huge),
+               (at_most(2.1), Target("memory", lambda *_: 1.1e9, text="memory ≤ 1.1 GB")), runs=3)
+    yield Case("dump_backup, a microsecond an entry", Command("", TO_PIPE, paced),
+               Command("floor", PIPE_FLOOR, paced), (at_most(1.1),), runs=3)
+    yield Case("dump_backup, each entry checked", Command("", TO_CHECK, most),
+               Command(f"itself, {HUGE_ENTRIES:,}", TO_CHECK, huge),
+               (at_most(6.3), Target("memory", lambda *_: 4e9, text="memory ≤ 4 GB")), runs=1)
+
+
 def cases(scale):
     one, rows, members = image(scale.entries), listing(scale.rows), backup_set(scale.set_images)
     at_most = functools.partial(Target, "wall")
@@ -166,16 +213,12 @@ def cases(scale):
                Command("floor, copied", UNFOLD + " | cat > /dev/null; cat {document} > {out}/copy",
                        one))
     yield Case("dump_backup to a pipe", Command("", TO_PIPE, one),
-               Command("floor", UNFOLD + " | cat > /dev/null; cat {document} | cat > /dev/null",
-                       one), (at_most(1.3), HELD))
+               Command("floor", PIPE_FLOOR, one), (at_most(1.3), HELD))
     if scale.huge:
         huge = image(HUGE_ENTRIES)
         yield Case("dump_backup to a file", Command("", TO_FILE, huge),
                    Command("floor, written", file_floor, huge))
-        for place, shell in (("a file", TO_FILE), ("a pipe", TO_PIPE)):
-            yield Case(f"dump_backup to {place}", Command("", shell, huge),
-                       Command(f"itself, {scale.entries:,}", shell, one),
-                       (at_most(10.5), Target("memory", 10.5)))
+        yield from packing_cases()
     floor = Command("floor", LISTING_FLOOR, rows)
     yield Case("list_backups", Command("", LIST, rows), floor, (at_most(2.5),))
     yield Case("rival: plain fgets loop",
@@ -203,3 +246,4 @@ def cases(scale):
         yield Case("--help", Command("", "{tool} --help", image(1)),
                    Command(base, "{build}/" + base, image(1)), targets, repeat=300)
     yield from rival_cases(scale)
+    yield from gain_cases(scale)

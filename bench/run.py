@@ -19,6 +19,7 @@ import time
 
 from cases import (FULL, HUGE_DISK, HUGE_ENTRIES, QUICK, RIVALS, TO_FILE, UNFOLD, Command, cases,
                    image)
+from plain import PlainVersions
 
 HERE = pathlib.Path(__file__).resolve().parent
 DOCUMENT = TO_FILE + " && mv {out}/{first_id}.json {document}"
@@ -37,6 +38,7 @@ class Bench:
         self.out = self.work / "out"
         self.kept = self.work / "kept"  # what runs on sets have written
         self.peak = self.work / "peak"  # of the last command, in KiB
+        self.plain = self.work / "plain"  # where the plain versions are
         self.piece = 0  # bytes, in which the floor of a file is written
 
     def root(self, data):
@@ -55,10 +57,11 @@ class Bench:
                                      capture_output=True, text=True).stdout
             values = dict(line.split("=", 1) for line in printed.splitlines())
             values["made_by"] = made_by
+            self.replace_product(data)
             values_file.write_text(json.dumps(values))
         values |= {"tool": self.build / "bench/quillmere_bench", "out": self.out, "here": HERE,
-                   "build": self.work, "root": root, "admincmd": root / "bin/admincmd",
-                   "unfold": root / "bin/rec_unfold", "document": root / "document.json",
+                   "build": self.work, "root": root, "size": data.size, "plain": self.plain,
+                   "admincmd": root / "bin/admincmd", "unfold": root / "bin/rec_unfold", "document": root / "document.json",
                    "metadata": root / "metadata.json", "images": root / "images.txt"}
         files = sorted(root.glob("db/images/**/*.f"))
         if files:
@@ -66,6 +69,19 @@ class Bench:
             values["images"].write_text("".join(
                 f"{file.parts[-3]}_{file.name.split('_')[-2]} {file}\n" for file in files))
         return {name: shlex.quote(str(value)) for name, value in values.items()}
+
+    def replace_product(self, data):
+        commands = self.root(data) / "bin"
+        if data.product == "paced":
+            shutil.copy(self.work / "paced_unfold", commands / "rec_unfold")
+        elif data.product == "cat":
+            for command, printed in (("admincmd/qvroll", self.root(data) / "db/listing"),
+                                     ("rec_unfold", "$2")):
+                if command == "admincmd/qvroll" and "--listing-only" not in data.options:
+                    continue  # it has to tell where the entries are
+                (commands / command).unlink()
+                (commands / command).write_text(f'#!/bin/sh\nexec cat "{printed}"\n')
+                (commands / command).chmod(0o755)
 
     def bytes_in(self, data):
         return sum(file.stat().st_size for file in self.root(data).glob("db/" + data.reads)
@@ -181,7 +197,7 @@ def prepare_case(bench, case):
 def run_case(bench, case, runs):
     prepare_case(bench, case)
     is_rival = case.title.startswith("rival")
-    is_counted = case.repeat == 1 and not is_rival
+    is_counted = case.repeat == 1 and not case.title.startswith(("rival", "gain"))
     pairs = []
     for number in range(runs):
         progress(f"{case.title}, {case.subject.data.size:,}: run {number + 1} of {runs}")
@@ -190,13 +206,15 @@ def run_case(bench, case, runs):
         if is_rival and pairs[0][1]["wall"] > SLOW:
             break
     row = {"case": case.title, "size": case.subject.data.size, "runs": len(pairs),
-           "against": case.base.name,
+           "command": case.subject.name, "against": case.base.name,
            "bytes_in": bench.bytes_in(case.subject.data) if case.repeat == 1 else None,
            "bytes_out": bench.bytes_out(case.subject) if is_counted else None}
     for figure in ("wall", "user", "system", "memory"):
         row[figure] = statistics.median(subject[figure] for _, subject in pairs)
         row[f"base_{figure}"] = statistics.median(base[figure] for base, _ in pairs)
-    for figure in ("wall", "memory"):
+    for sample in (sample for pair in pairs for sample in pair):
+        sample["cpu"] = sample["user"] + sample["system"]
+    for figure in ("wall", "memory", "cpu"):
         row[figure + "_ratio"] = statistics.median(subject[figure] / base[figure]
                                                    for base, subject in pairs)
     row["targets"] = {target.describe(): target.is_met(row) for target in case.targets}
@@ -209,14 +227,20 @@ def progress(text):
 
 
 def run_cases(bench, chosen, scale):
-    huge = image(HUGE_ENTRIES)
+    left = {}  # data that take much room go when no more cases follow
     for case in chosen:
-        if case.subject.data == huge and shutil.disk_usage(bench.work).free < HUGE_DISK:
-            print(f"Left out for lack of disk: {case.title}, {huge.size:,}", file=sys.stderr)
-            continue
-        yield run_case(bench, case, case.runs or scale.runs)
-        if case.subject.data != huge:
-            shutil.rmtree(bench.root(huge), ignore_errors=True)
+        for command in (case.base, case.subject):
+            left[command.data] = left.get(command.data, 0) + 1
+    for case in chosen:
+        needed = HUGE_DISK if case.subject.data.size >= HUGE_ENTRIES else 0
+        if shutil.disk_usage(bench.work).free < needed:
+            print(f"Left out for lack of disk: {describe(case)}", file=sys.stderr)
+        else:
+            yield run_case(bench, case, case.runs or scale.runs)
+        for command in (case.base, case.subject):
+            left[command.data] -= 1
+            if left[command.data] == 0 and command.data.size >= HUGE_ENTRIES:
+                shutil.rmtree(bench.root(command.data), ignore_errors=True)
     shutil.rmtree(bench.out)
     shutil.rmtree(bench.kept)
     progress("")
@@ -234,23 +258,47 @@ def cells(row):
                  for name in ("memory", "bytes_in", "bytes_out")]
     digits = 5 if row["wall"] < 0.01 else 3
     seconds = [f"{row[name]:.{digits}f}" for name in ("wall", "user", "system")]
-    memory = f"{row['memory_ratio']:.2f} x" if row["against"].startswith(("it", "the")) else ""
+    memory = f"{row['memory_ratio']:.2f} x" if row["against"].startswith(("it", "the", "without")) else ""
     targets = "; ".join(f"{text}: {'met' if is_met else 'NOT MET'}"
                         for text, is_met in row["targets"].items())
     return [row["case"], "" if row["bytes_in"] is None else f"{row['size']:,}", *seconds, *megabytes, row["against"],
             f"{row['base_wall']:.{digits}f}", f"{row['wall_ratio']:.2f} x", memory, targets]
 
 
+GAIN_COLUMNS = ("gain", "action", "size", "wall s", "user + system s", "without it: wall s",
+                "user + system s", "wall", "user + system", "wins a tenth")
+
+
+def gain_cells(row):
+    times = [f"{row[wall]:.3f}" if system is None else f"{row[wall] + row[system]:.3f}"
+             for wall, system in (("wall", None), ("user", "system"),
+                                  ("base_wall", None), ("base_user", "base_system"))]
+    return [row["case"].removeprefix("gain: "), row["command"], f"{row['size']:,}", *times,
+            f"{row['wall_ratio']:.2f} x", f"{row['cpu_ratio']:.2f} x",
+            "yes" if row["wall_ratio"] <= 0.9 else "NO"]
+
+
+def tables(rows):
+    """The figures and the gains, each as lines of cells, without those that are empty."""
+    gains = [row for row in rows if row["case"].startswith("gain: ")]
+    figures = [row for row in rows if row not in gains]
+    return [[names, *map(make_cells, some)]
+            for names, make_cells, some in ((COLUMNS, cells, figures),
+                                            (GAIN_COLUMNS, gain_cells, gains)) if some]
+
+
 def as_text(rows):
-    table = [COLUMNS, *map(cells, rows)]
-    widths = [max(map(len, column)) for column in zip(*table)]
-    return "\n".join("  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip()
-                     for line in table)
+    def text_of(table):
+        widths = [max(map(len, column)) for column in zip(*table)]
+        return "\n".join("  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip()
+                         for line in table)
+    return "\n\n".join(map(text_of, tables(rows)))
 
 
 def as_markdown(rows, heading):
-    table = [COLUMNS, ["---"] * len(COLUMNS), *map(cells, rows)]
-    return heading + "\n\n" + "\n".join(f"| {' | '.join(line)} |" for line in table) + "\n"
+    return "\n".join([heading + "\n"] + [
+        "".join(f"| {' | '.join(line)} |\n" for line in (names, ["---"] * len(names), *lines))
+        for names, *lines in tables(rows)])
 
 
 def describe_run(mode):
@@ -303,13 +351,19 @@ def main():
     chosen = choose_cases(scale, arguments.only)
     check_rivals(bench, chosen)
     heading = describe_run(mode)
+    plain = {case.base.name.removeprefix("without ") for case in chosen
+             if case.base.name.startswith("without ")}
+    if plain:
+        progress("building the plain versions")
+        PlainVersions(bench.plain, bench.work / "root").make(sorted(plain))
     if any("{piece}" in case.base.shell for case in chosen):
         heading += f". Floor of a file, by its pieces: {choose_piece(bench, image(scale.entries))}"
     if not arguments.full:
         heading += ". Targets are for the full sizes: here, what every run costs weighs more"
     rows = list(run_cases(bench, chosen, scale))
     print(f"{heading}\n\n{as_text(rows)}")
-    not_met = sum(not is_met for row in rows for is_met in row["targets"].values())
+    not_met = sum(not is_met for row in rows for is_met in row["targets"].values()
+                  if not row["case"].startswith("gain"))
     print(f"\n{not_met} targets not met.")
     if arguments.only is None:
         keep(bench, mode, heading, rows)

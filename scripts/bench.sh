@@ -31,7 +31,8 @@ while (($# > 0)); do
   shift
 done
 
-install_missing "${BUILD_PACKAGES[@]}" hyperfine jq libbenchmark-dev mawk miller python3 time
+install_missing "${BUILD_PACKAGES[@]}" hyperfine jq libbenchmark-dev mawk miller patch \
+  python3 time
 
 echo "==> Building everything in $build"
 cmake --preset release -B "$build" -DQUILLMERE_BENCH=ON -DQUILLMERE_TESTS=OFF >/dev/null
