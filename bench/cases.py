@@ -127,7 +127,7 @@ def bytes_each(limit, what):
 @dataclass(frozen=True)
 class Rival:
     """What a user would write. `equal` is what has to be equal to the tool's document: all its
-    "bytes", those of the "entries", or the "content" of the entries."""
+    "bytes", those of the "entries", the "content" of the entries, or of those that are "UTF-8"."""
     name: str
     shell: str
     holds: bool  # its data, until the last line is judged
@@ -143,6 +143,8 @@ RIVALS = (
     Rival("Python, in memory", "python3 {here}/rivals/in_memory.py {metadata}", True),
     Rival("jq", "jq -nR --indent 4 --slurpfile metadata {metadata} -f {here}/rivals/document.jq",
           True, "content"),
+    Rival("DuckDB", "NODE_PATH={build}/node/node_modules node {here}/rivals/duckdb.cjs {metadata}",
+          False, "UTF-8"),
     IN_PLACE,
     BY_COPY,
 )

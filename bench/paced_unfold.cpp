@@ -17,6 +17,18 @@ void WorkFor(std::chrono::microseconds duration) {
   }
 }
 
+bool WriteAll(const char* text, ssize_t size) {
+  while (size > 0) {
+    const ssize_t written = write(STDOUT_FILENO, text, static_cast<std::size_t>(size));
+    if (written < 0) {
+      return false;
+    }
+    text += written;
+    size -= written;
+  }
+  return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -25,13 +37,8 @@ int main(int argc, char** argv) {
   ssize_t size = 0;
   while ((size = read(file, text.data(), text.size())) > 0) {
     WorkFor(std::chrono::microseconds(std::count(text.data(), text.data() + size, '\n')));
-    for (ssize_t printed = 0; printed < size;) {
-      const ssize_t piece =
-          write(STDOUT_FILENO, text.data() + printed, static_cast<std::size_t>(size - printed));
-      if (piece < 0) {
-        return 1;
-      }
-      printed += piece;
+    if (!WriteAll(text.data(), size)) {
+      return 1;
     }
   }
   return size == 0 ? 0 : 1;

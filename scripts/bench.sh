@@ -13,6 +13,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib/packages.sh
 
 readonly build=build/bench
+readonly node=$build/bench/node
 
 options=()
 while (($# > 0)); do
@@ -37,6 +38,18 @@ install_missing "${BUILD_PACKAGES[@]}" hyperfine jq libbenchmark-dev mawk miller
 echo "==> Building everything in $build"
 cmake --preset release -B "$build" -DQUILLMERE_BENCH=ON -DQUILLMERE_TESTS=OFF >/dev/null
 cmake --build "$build" -- --quiet
+
+# A rival that Debian does not have. Without it the rest is measured all the same.
+install_duckdb() {
+  echo "==> Installing DuckDB for Node.js in $node"
+  mkdir -p "$node"
+  command -v npm >/dev/null || install_missing nodejs npm
+  npm install --prefix "$node" --no-save --no-package-lock --no-audit --no-fund --silent \
+    @duckdb/node-api@1.5.6-r.1
+}
+if [[ ! -d $node/node_modules ]] && ! install_duckdb; then
+  rm -rf "$node"
+fi
 
 echo "==> Measuring"
 python3 bench/run.py "$build" "${options[@]}"

@@ -9,7 +9,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <iostream>
 #include <locale>
 #include <map>
 #include <string>
@@ -181,10 +180,11 @@ int main(int argc, char** argv) {
   const long count = std::atol(argv[2]);
   long written = 0;
   ptree array;
-  for (auto set = sets.rbegin(); set != sets.rend(); ++set) {
+  for (; !sets.empty(); sets.pop_back()) {
+    const Set& set = sets.back();
     ptree element;
-    element.put("BackupCreateTime", set->create_time);
-    element.put("BackupSize", set->backup_size);
+    element.put("BackupCreateTime", set.create_time);
+    element.put("BackupSize", set.backup_size);
     array.push_back(std::make_pair("", element));
     if (++written == count) {
       break;
