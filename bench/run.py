@@ -144,7 +144,7 @@ def check_rivals(bench, chosen):
     bench.shell(METADATA, data)
     expected = (bench.root(data) / "document.json").read_bytes()
     for rival in rivals:
-        bench.shell(f"{UNFOLD} | {rival.shell} > {{out}}/rival", data)
+        bench.shell(f"{UNFOLD} | {rival.shell} | cat > {{out}}/rival", data)
         written = (bench.out / "rival").read_bytes()
         if rival.equal in ("content", "UTF-8"):
             of_tool, of_rival = (json.loads(text.decode(errors="replace"))["fentries"]
