@@ -9,6 +9,7 @@ import functools
 import json
 import os
 import pathlib
+import re
 import shlex
 import shutil
 import statistics
@@ -16,11 +17,15 @@ import subprocess
 import sys
 import time
 
-from cases import (FULL, HUGE_DISK, HUGE_ENTRIES, QUICK, RIVALS, TO_FILE, UNFOLD, cases, image)
+from cases import (FULL, HUGE_DISK, HUGE_ENTRIES, QUICK, RIVALS, TO_FILE, UNFOLD, Command, cases,
+                   image)
+from plain import PlainVersions
 
 HERE = pathlib.Path(__file__).resolve().parent
 DOCUMENT = TO_FILE + " && mv {out}/{first_id}.json {document}"
 # The product prints for printf, so a percent sign stands doubled.
+SLOW = 10  # seconds: a rival that takes longer runs once
+PIECES = [size << 10 for size in (64, 128, 256, 512, 1024, 4096)]  # bytes
 METADATA = "{admincmd}/qvmeta -json -backupid {first_id} | sed 's/%%/%/g' > {metadata}"
 
 
@@ -33,6 +38,8 @@ class Bench:
         self.out = self.work / "out"
         self.kept = self.work / "kept"  # what runs on sets have written
         self.peak = self.work / "peak"  # of the last command, in KiB
+        self.plain = self.work / "plain"  # where the plain versions are
+        self.piece = 0  # bytes, in which the floor of a file is written
 
     def root(self, data):
         return self.work / "data" / data.name
@@ -50,10 +57,11 @@ class Bench:
                                      capture_output=True, text=True).stdout
             values = dict(line.split("=", 1) for line in printed.splitlines())
             values["made_by"] = made_by
+            self.replace_product(data)
             values_file.write_text(json.dumps(values))
         values |= {"tool": self.build / "bench/quillmere_bench", "out": self.out, "here": HERE,
-                   "build": self.work, "root": root, "admincmd": root / "bin/admincmd",
-                   "unfold": root / "bin/rec_unfold", "document": root / "document.json",
+                   "build": self.work, "root": root, "size": data.size, "plain": self.plain,
+                   "admincmd": root / "bin/admincmd", "unfold": root / "bin/rec_unfold", "document": root / "document.json",
                    "metadata": root / "metadata.json", "images": root / "images.txt"}
         files = sorted(root.glob("db/images/**/*.f"))
         if files:
@@ -61,6 +69,19 @@ class Bench:
             values["images"].write_text("".join(
                 f"{file.parts[-3]}_{file.name.split('_')[-2]} {file}\n" for file in files))
         return {name: shlex.quote(str(value)) for name, value in values.items()}
+
+    def replace_product(self, data):
+        commands = self.root(data) / "bin"
+        if data.product == "paced":
+            shutil.copy(self.work / "paced_unfold", commands / "rec_unfold")
+        elif data.product == "cat":
+            for command, printed in (("admincmd/qvroll", self.root(data) / "db/listing"),
+                                     ("rec_unfold", "$2")):
+                if command == "admincmd/qvroll" and "--listing-only" not in data.options:
+                    continue  # it has to tell where the entries are
+                (commands / command).unlink()
+                (commands / command).write_text(f'#!/bin/sh\nexec cat "{printed}"\n')
+                (commands / command).chmod(0o755)
 
     def bytes_in(self, data):
         return sum(file.stat().st_size for file in self.root(data).glob("db/" + data.reads)
@@ -78,9 +99,12 @@ class Bench:
         return (f"ln -sfn {shlex.quote(str(self.root(data)))} {link} && {put_away} && "
                 f"mkdir -p {out}" + (" && sync" if is_settled else ""))
 
+    def text_of(self, shell, data):
+        return shell.format_map(self.values(data) | {"piece": self.piece})
+
     def shell(self, command, data):
         """Runs `command` once on `data`, untimed."""
-        text = command.format_map(self.values(data))
+        text = self.text_of(command, data)
         subprocess.run(["bash", "-o", "pipefail", "-c", f"{self.prepare(data)}; {text}"],
                        check=True, stdin=subprocess.DEVNULL)
 
@@ -92,7 +116,7 @@ class Bench:
     def measure(self, command, repeat):
         """One sample of `command`: wall, user and system time in seconds, peak memory in bytes.
         Programs that end at once are repeated, without a shell between them and the clock."""
-        text = command.shell.format_map(self.values(command.data))
+        text = self.text_of(command.shell, command.data)
         with_peak = (f"/usr/bin/time -q -f %M -o {shlex.quote(str(self.peak))} "
                      f"bash -o pipefail -c {shlex.quote(text)}")
         prepare = self.prepare(command.data, is_settled=repeat == 1)
@@ -110,24 +134,56 @@ class Bench:
                 "memory": int(self.peak.read_text()) * 1024}
 
 
-def check_rivals(bench):
-    """Ends the program unless every rival makes the tool's document of a small image."""
+def check_rivals(bench, chosen):
+    """Ends the program unless every chosen rival makes the tool's document of a small image."""
+    rivals = [rival for rival in RIVALS if any(case.subject.name == rival.name for case in chosen)]
+    if not rivals:
+        return
     data, marker = image(2_000), b'    "fentries": '
     bench.shell(DOCUMENT, data)
     bench.shell(METADATA, data)
     expected = (bench.root(data) / "document.json").read_bytes()
-    for rival in RIVALS:
-        bench.shell(f"{UNFOLD} | {rival.shell} > {{out}}/rival", data)
+    for rival in rivals:
+        bench.shell(f"{UNFOLD} | {rival.shell} | cat > {{out}}/rival", data)
         written = (bench.out / "rival").read_bytes()
-        if rival.equal == "content":
-            texts = (text.decode(errors="replace") for text in (expected, written))
-            is_equal = len(set(json.dumps(json.loads(text)["fentries"]) for text in texts)) == 1
+        if rival.equal in ("content", "UTF-8"):
+            of_tool, of_rival = (json.loads(text.decode(errors="replace"))["fentries"]
+                                 for text in (expected, written))
+            if rival.equal == "UTF-8":
+                of_tool = [entry for entry in of_tool if "\uFFFD" not in entry["path"]]
+            is_equal = of_rival == of_tool
         elif rival.equal == "entries":
             is_equal = written[written.index(marker):] == expected[expected.index(marker):]
         else:
             is_equal = written == expected
         if not is_equal:
             sys.exit(f"The rival \"{rival.name}\" does not make the tool's document.")
+
+
+def check_documents(bench, case):
+    """Ends the program unless both sides of a case about set lists write the same bytes."""
+    documents = []
+    for command in (case.base, case.subject):
+        bench.shell(command.shell, command.data)
+        documents.append((bench.out / "backup_sets.json").read_bytes())
+    if documents[0] != documents[1]:
+        sys.exit(f"{case.title}: its document is not the tool's.")
+    times = re.findall(rb'"BackupCreateTime": (.*),', documents[0])
+    if "--count 0" in case.base.shell and len(set(times)) == len(times):
+        sys.exit(f"{case.title}: no two sets share their second, so the order proves little.")
+
+
+def choose_piece(bench, data):
+    """The size of the pieces, in bytes, that write a document of `data` the fastest."""
+    def best_wall(size):
+        bench.piece = size
+        command = Command("", "{build}/write_floor {piece} {document} {out}/copy", data)
+        return min(bench.measure(command, 1)["wall"] for _ in range(3))
+    bench.shell(DOCUMENT, data)
+    progress("the floor of a file: sizes of its pieces")
+    walls = {size: best_wall(size) for size in PIECES}
+    bench.piece = min(walls, key=walls.get)
+    return ", ".join(f"{size >> 10} KiB {wall:.3f} s" for size, wall in walls.items())
 
 
 def prepare_case(bench, case):
@@ -137,24 +193,31 @@ def prepare_case(bench, case):
             bench.shell(DOCUMENT, command.data)
         if "{metadata}" in command.shell:
             bench.shell(METADATA, command.data)
+    if case.same_document:
+        check_documents(bench, case)
 
 
 def run_case(bench, case, runs):
     prepare_case(bench, case)
-    is_counted = case.repeat == 1 and not case.title.startswith("rival")
+    is_rival = case.title.startswith("rival")
+    is_counted = case.repeat == 1 and not case.title.startswith(("rival", "gain"))
     pairs = []
     for number in range(runs):
         progress(f"{case.title}, {case.subject.data.size:,}: run {number + 1} of {runs}")
         pairs.append([bench.measure(command, case.repeat)
                       for command in (case.base, case.subject)])
-    row = {"case": case.title, "size": case.subject.data.size, "runs": runs,
-           "against": case.base.name,
+        if is_rival and pairs[0][1]["wall"] > SLOW:
+            break
+    row = {"case": case.title, "size": case.subject.data.size, "runs": len(pairs),
+           "command": case.subject.name, "against": case.base.name,
            "bytes_in": bench.bytes_in(case.subject.data) if case.repeat == 1 else None,
            "bytes_out": bench.bytes_out(case.subject) if is_counted else None}
     for figure in ("wall", "user", "system", "memory"):
         row[figure] = statistics.median(subject[figure] for _, subject in pairs)
         row[f"base_{figure}"] = statistics.median(base[figure] for base, _ in pairs)
-    for figure in ("wall", "memory"):
+    for sample in (sample for pair in pairs for sample in pair):
+        sample["cpu"] = sample["user"] + sample["system"]
+    for figure in ("wall", "memory", "cpu"):
         row[figure + "_ratio"] = statistics.median(subject[figure] / base[figure]
                                                    for base, subject in pairs)
     row["targets"] = {target.describe(): target.is_met(row) for target in case.targets}
@@ -166,15 +229,21 @@ def progress(text):
         print(f"\r\033[K{text}", end="", file=sys.stderr, flush=True)
 
 
-def run_cases(bench, scale):
-    huge = image(HUGE_ENTRIES)
-    for case in cases(scale):
-        if case.subject.data == huge and shutil.disk_usage(bench.work).free < HUGE_DISK:
-            print(f"Left out for lack of disk: {case.title}, {huge.size:,}", file=sys.stderr)
-            continue
-        yield run_case(bench, case, case.runs or scale.runs)
-        if case.subject.data != huge:
-            shutil.rmtree(bench.root(huge), ignore_errors=True)
+def run_cases(bench, chosen, scale):
+    left = {}  # data that take much room go when no more cases follow
+    for case in chosen:
+        for command in (case.base, case.subject):
+            left[command.data] = left.get(command.data, 0) + 1
+    for case in chosen:
+        needed = HUGE_DISK if case.subject.data.size >= HUGE_ENTRIES else 0
+        if shutil.disk_usage(bench.work).free < needed:
+            print(f"Left out for lack of disk: {describe(case)}", file=sys.stderr)
+        else:
+            yield run_case(bench, case, case.runs or scale.runs)
+        for command in (case.base, case.subject):
+            left[command.data] -= 1
+            if left[command.data] == 0 and command.data.size >= HUGE_ENTRIES:
+                shutil.rmtree(bench.root(command.data), ignore_errors=True)
     shutil.rmtree(bench.out)
     shutil.rmtree(bench.kept)
     progress("")
@@ -192,23 +261,47 @@ def cells(row):
                  for name in ("memory", "bytes_in", "bytes_out")]
     digits = 5 if row["wall"] < 0.01 else 3
     seconds = [f"{row[name]:.{digits}f}" for name in ("wall", "user", "system")]
-    memory = f"{row['memory_ratio']:.2f} x" if row["against"].startswith(("it", "the")) else ""
+    memory = f"{row['memory_ratio']:.2f} x" if row["against"].startswith(("it", "the", "without")) else ""
     targets = "; ".join(f"{text}: {'met' if is_met else 'NOT MET'}"
                         for text, is_met in row["targets"].items())
     return [row["case"], "" if row["bytes_in"] is None else f"{row['size']:,}", *seconds, *megabytes, row["against"],
             f"{row['base_wall']:.{digits}f}", f"{row['wall_ratio']:.2f} x", memory, targets]
 
 
+GAIN_COLUMNS = ("gain", "action", "size", "wall s", "user + system s", "without it: wall s",
+                "user + system s", "wall", "user + system", "wins a tenth")
+
+
+def gain_cells(row):
+    times = [f"{row[wall]:.3f}" if system is None else f"{row[wall] + row[system]:.3f}"
+             for wall, system in (("wall", None), ("user", "system"),
+                                  ("base_wall", None), ("base_user", "base_system"))]
+    return [row["case"].removeprefix("gain: "), row["command"], f"{row['size']:,}", *times,
+            f"{row['wall_ratio']:.2f} x", f"{row['cpu_ratio']:.2f} x",
+            "yes" if row["wall_ratio"] <= 0.9 else "NO"]
+
+
+def tables(rows):
+    """The figures and the gains, each as lines of cells, without those that are empty."""
+    gains = [row for row in rows if row["case"].startswith("gain: ")]
+    figures = [row for row in rows if row not in gains]
+    return [[names, *map(make_cells, some)]
+            for names, make_cells, some in ((COLUMNS, cells, figures),
+                                            (GAIN_COLUMNS, gain_cells, gains)) if some]
+
+
 def as_text(rows):
-    table = [COLUMNS, *map(cells, rows)]
-    widths = [max(map(len, column)) for column in zip(*table)]
-    return "\n".join("  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip()
-                     for line in table)
+    def text_of(table):
+        widths = [max(map(len, column)) for column in zip(*table)]
+        return "\n".join("  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip()
+                         for line in table)
+    return "\n\n".join(map(text_of, tables(rows)))
 
 
 def as_markdown(rows, heading):
-    table = [COLUMNS, ["---"] * len(COLUMNS), *map(cells, rows)]
-    return heading + "\n\n" + "\n".join(f"| {' | '.join(line)} |" for line in table) + "\n"
+    return "\n".join([heading + "\n"] + [
+        "".join(f"| {' | '.join(line)} |\n" for line in (names, ["---"] * len(names), *lines))
+        for names, *lines in tables(rows)])
 
 
 def describe_run(mode):
@@ -229,30 +322,66 @@ def put_into_readme(markdown):
     readme.write_text(before + begin + markdown + end + rest.split(end)[1])
 
 
-def main():
+def parse_arguments():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("build", type=pathlib.Path, help="build folder with everything built")
     parser.add_argument("--full", action="store_true", help="full sizes, for bench/README.md")
-    arguments = parser.parse_args()
+    parser.add_argument("--only", type=re.compile, metavar="REGEX",
+                        help="only the cases in whose \"CASE, SIZE against BASE\" it is found; "
+                             "nothing is kept")
+    return parser.parse_args()
+
+
+def describe(case):
+    return f"{case.title}, {case.subject.data.size:,} against {case.base.name}"
+
+
+def choose_cases(bench, scale, only):
+    chosen = [case for case in cases(scale) if only is None or only.search(describe(case))]
+    if not (bench.work / "node/node_modules").is_dir():
+        print("Left out, as it is not installed: DuckDB", file=sys.stderr)
+        chosen = [case for case in chosen if case.subject.name != "DuckDB"]
+    if not chosen:
+        sys.exit("No case has that in its name. They are:\n" + "\n".join(map(describe, cases(scale))))
+    return chosen
+
+
+def main():
+    arguments = parse_arguments()
     os.environ["LC_ALL"] = "C"
     os.environ.pop("PYTHONUNBUFFERED", None)  # the Python rivals would write each piece by itself
     bench = Bench(arguments.build.resolve())
     bench.out.mkdir(exist_ok=True)
     bench.kept.mkdir(exist_ok=True)
     mode, scale = ("full", FULL) if arguments.full else ("quick", QUICK)
-    check_rivals(bench)
-    rows = list(run_cases(bench, scale))
+    chosen = choose_cases(bench, scale, arguments.only)
+    check_rivals(bench, chosen)
     heading = describe_run(mode)
+    plain = {case.base.name.removeprefix("without ") for case in chosen
+             if case.base.name.startswith("without ")}
+    if plain:
+        progress("building the plain versions")
+        PlainVersions(bench.plain, bench.work / "root").make(sorted(plain))
+    if any("{piece}" in case.base.shell for case in chosen):
+        heading += f". Floor of a file, by its pieces: {choose_piece(bench, image(scale.entries))}"
     if not arguments.full:
         heading += ". Targets are for the full sizes: here, what every run costs weighs more"
+    rows = list(run_cases(bench, chosen, scale))
+    print(f"{heading}\n\n{as_text(rows)}")
+    not_met = sum(not is_met for row in rows for is_met in row["targets"].values()
+                  if not row["case"].startswith("gain"))
+    print(f"\n{not_met} targets not met.")
+    if arguments.only is None:
+        keep(bench, mode, heading, rows)
+
+
+def keep(bench, mode, heading, rows):
     markdown = as_markdown(rows, heading)
     (bench.work / f"{mode}.md").write_text(markdown)
     (bench.work / f"{mode}.json").write_text(json.dumps({"run": heading, "rows": rows}, indent=1))
-    if arguments.full:
+    if mode == "full":
         put_into_readme(markdown)
-    print(f"{heading}\n\n{as_text(rows)}")
-    not_met = sum(not is_met for row in rows for is_met in row["targets"].values())
-    print(f"\n{not_met} targets not met. Also in {bench.work}/{mode}.md and .json")
+    print(f"Also in {bench.work}/{mode}.md and .json")
 
 
 if __name__ == "__main__":
