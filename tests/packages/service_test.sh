@@ -55,7 +55,7 @@ if [[ $users != *"user 'quillmere-archive'"* ]] && ! getent passwd quillmere-arc
   failed=1
 fi
 # Whoever enables the timer has the service started; nothing else does.
-if [[ $(grep --files-with-matches '^\[Install\]' "$units"/*) != "$units/quillmere-archive.timer" ]]; then
+if [[ $(grep --files-with-matches '^\[Install\]' "$units"/*.*) != "$units/quillmere-archive.timer" ]]; then
   echo "the timer, and nothing else, is there to be enabled"
   failed=1
 fi
