@@ -10,6 +10,8 @@
 #include "archive/commands/list.h"
 #include "archive/commands/sync.h"
 #include "archive/commands/verify.h"
+#include "archive/directory.h"
+#include "archive/manifest.h"
 #include "archive/status.h"
 #include "archive/units.h"
 #include "host/standard_descriptors.h"
@@ -71,7 +73,7 @@ CLI::App* AddSync(CLI::App* program, SyncOptions* options) {
   AddTexts(command, "--policy", &options->policies, "NAME", "Only images of this policy");
   AddTexts(command, "--schedule", &options->schedules, "NAME", "Only images of this schedule");
   AddParsed(command, "--newer-than", &options->newer_than, ParseAge, "AGE", "No older images: 30d");
-  command->add_option("--limit", options->limit, "No more images than these")->type_name("N");
+  AddParsed(command, "--limit", &options->limit, ParseCount, "N", "No more images than these");
   AddTexts(command, "--skip", &options->skipped, "BACKUP_ID", "Not this image");
   AddJobs(command, &options->jobs, "Images exported");
   AddParsed(command, "--timeout", &options->timeout, ParseAge, "AGE",
@@ -107,13 +109,11 @@ CLI::App* AddVerify(CLI::App* program, VerifyOptions* options) {
   return command;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  OccupyStandardDescriptors();
+/// Runs what the arguments say. Returns a Status.
+int Run(int argc, char** argv) {
   CLI::App program("Keeps every backup image of the catalogue, and checks what it keeps.",
                    "quillmere-archive");
-  program.set_version_flag("--version", "quillmere-archive " QUILLMERE_VERSION);
+  program.set_version_flag("--version", kProgram);
   program.require_subcommand(1);
   InitOptions init_options;
   SyncOptions sync_options;
@@ -135,4 +135,21 @@ int main(int argc, char** argv) {
     return Sync(sync_options);
   }
   return list->parsed() ? List(list_options) : Verify(verify_options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  OccupyStandardDescriptors();
+  int status = kArchiveFailed;
+  try {
+    status = Run(argc, argv);
+  } catch (const ArchiveError& error) {
+    std::cerr << Printable(error.what()) << '\n';
+  }
+  if (!std::cout.flush()) {
+    std::cerr << "can't write standard output\n";
+    return kArchiveFailed;
+  }
+  return status;
 }

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <charconv>
-#include <cstddef>
 #include <cstdio>
 #include <system_error>
 
@@ -41,6 +40,11 @@ std::optional<unsigned> ShiftOf(std::string_view unit) {
 }
 
 }  // namespace
+
+std::optional<std::size_t> ParseCount(std::string_view text) {
+  const std::optional<std::uint64_t> number = CutNumber(&text);
+  return text.empty() ? number : std::nullopt;
+}
 
 std::optional<Age> ParseAge(std::string_view text) {
   constexpr std::uint64_t kMost = std::uint64_t{1000000} * 604800;  // seconds

@@ -2,6 +2,7 @@
 #define QUILLMERE_ARCHIVE_UNITS_H_
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -21,6 +22,9 @@ struct FreeSpace {
   bool is_percentage = false;
   std::uint64_t amount = 0;  ///< percent or bytes
 };
+
+/// A whole number, nothing else.
+std::optional<std::size_t> ParseCount(std::string_view text);
 
 /// A whole number and one of s, m, h, d, w: "90m". At most 1,000,000 weeks or as much of the
 /// others.

@@ -41,9 +41,8 @@ InnerLoop PassThrough(const std::shared_ptr<std::string>& listing, std::size_t r
 InnerLoop CutRows(const std::shared_ptr<std::string>& listing, std::size_t rows) {
   return {"GetBackupImageList", "row", rows, [listing] {
             LetCommandsPrint(*listing);
-            ImageTexts texts;
             std::vector<BackupImage> images;
-            GetBackupImageList("", "", &texts, &images);
+            GetBackupImageList("", "", &images);
             Use(images.size());
           }};
 }
@@ -53,9 +52,8 @@ InnerLoop AssembleSets(const std::string& name, const std::shared_ptr<std::strin
                        std::size_t rows) {
   return {name, "row", rows, [listing] {
             LetCommandsPrint(*listing);
-            ImageTexts texts;
             std::vector<BackupSet> sets;
-            GetBackupSetList("", "", &texts, &sets);
+            GetBackupSetList("", "", &sets);
             Use(sets.size());
           }};
 }
@@ -83,7 +81,7 @@ FileEntryTable TableOf(const std::vector<std::string>& lines) {
 
 InnerLoop SplitEntries(const std::shared_ptr<std::vector<std::string>>& lines) {
   return {"FileEntryTable::Append", "entry", lines->size(),
-          [lines] { Use(TableOf(*lines).empty() ? 1 : 0); }};
+          [lines] { Use(TableOf(*lines).size()); }};
 }
 
 /// Reads and judges the lines as well as splitting them.

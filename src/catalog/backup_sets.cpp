@@ -1,6 +1,7 @@
 #include "catalog/backup_sets.h"
 
 #include <charconv>
+#include <cmath>
 #include <cstddef>
 #include <cstdlib>
 #include <iostream>
@@ -16,7 +17,7 @@
 namespace {
 
 /// An image of a series. What the walk through the series looks at stands here, as the images are
-/// far from each other in the listing: a tenth off the time for a listing of 1,000,000 rows.
+/// far from each other in the listing: measured; run the benchmark.
 struct SeriesImage {
   const BackupImage* image;  ///< in the listing
   std::uint64_t size;        ///< bytes
@@ -51,8 +52,8 @@ double UnitMultiplier(char unit) {
 }
 
 /// What strtod makes of `size`, a number and its unit. It is asked only about what is no plain
-/// number: a quarter off the processor time for a listing of 1,000,000 rows.
-double NumberFrom(std::string_view size) {
+/// number: measured; run the benchmark.
+double LikeStrtod(std::string_view size) {
   const char* const unit = &size.back();
   double number = 0;
   const auto [end, error] = std::from_chars(size.data(), unit, number);
@@ -69,8 +70,8 @@ void TraceImage(const BackupImage& image) {
 }
 
 SeriesMap GroupBySeries(const std::vector<BackupImage>& images) {
-  // A tag is looked up for each image, so it is hashed, and only the tags are sorted at the end: a
-  // tenth off the time for a listing of 1,000,000 rows in 8,000 series.
+  // A tag is looked up for each image, so it is hashed, and only the tags are sorted at the end:
+  // measured; run the benchmark.
   std::unordered_map<std::string, Series> series_by_tag;
   std::string tag;
   for (const BackupImage& image : images) {
@@ -170,24 +171,27 @@ std::uint64_t BytesFromSize(std::string_view size) {
     return 0;
   }
   // The unit ends the number, so it need not be taken off first.
-  const double bytes = NumberFrom(size) * UnitMultiplier(size.back());
-  if (bytes >= 0 && bytes < 0x1p64) {
-    return static_cast<std::uint64_t>(bytes);
+  const double bytes = LikeStrtod(size) * UnitMultiplier(size.back());
+  if (!(std::abs(bytes) < 0x1p64)) {
+    return 0;  // out of range, or no number
   }
-  if (bytes < 0 && bytes >= -0x1p63) {
-    return static_cast<std::uint64_t>(static_cast<std::int64_t>(bytes));
-  }
-  return 0;  // out of range, or no number
+  const auto magnitude = static_cast<std::uint64_t>(std::abs(bytes));
+  return bytes < 0 ? 0 - magnitude : magnitude;
 }
 
-int GetBackupSetList(const std::string& policy, const std::string& client, ImageTexts* texts,
+int GetBackupSetList(const std::string& policy, const std::string& client,
                      std::vector<BackupSet>* sets) {
   std::vector<BackupImage> images;
-  const int status = GetBackupImageList(policy, client, texts, &images);
+  const int status = GetBackupImageList(policy, client, &images);
   if (status != 0) {
     std::cerr << "GetBackupImageList() failed. ret=" << status << '\n';
     return status;
   }
+  AssembleBackupSets(images, sets);
+  return 0;
+}
+
+void AssembleBackupSets(const std::vector<BackupImage>& images, std::vector<BackupSet>* sets) {
   if (verbose >= 3) {
     std::cout << kSeparator;
   }
@@ -208,5 +212,4 @@ int GetBackupSetList(const std::string& policy, const std::string& client, Image
   if (verbose >= 2) {
     std::cout << "backup set count: " << sets->size() << '\n';
   }
-  return 0;
 }

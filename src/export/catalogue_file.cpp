@@ -13,6 +13,17 @@
 #include "host/command_output.h"
 #include "layout/layout.h"
 
+std::string CatalogueDirectory(const std::string& backup_id) {
+  // The first '_', even where a host name holds one: the catalogue is laid out that way.
+  const std::size_t underscore = backup_id.find('_');
+  std::string bucket = "0000000000";
+  const std::string time_part = backup_id.substr(underscore + 1);
+  for (std::size_t i = 0; i < 4; ++i) {
+    bucket[i] = time_part.at(i);
+  }
+  return path_vkx_db_images + "/" + backup_id.substr(0, underscore) + "/" + bucket;
+}
+
 int FindCatalogueFile(const std::string& backup_id, std::string* name) {
   CommandOutput output(path_qvroll + " -id " + backup_id);
   if (!output.started()) {

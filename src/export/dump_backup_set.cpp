@@ -6,15 +6,13 @@
 #include <vector>
 
 #include "catalog/backup_sets.h"
-#include "catalog/image_texts.h"
 #include "catalog/records.h"
 #include "export/dump_backup.h"
 
 int dump_backup_set(const std::string& policy, const std::string& client, long time,
                     const std::string& output_dir) {
-  ImageTexts texts;
   std::vector<BackupSet> sets;
-  int status = GetBackupSetList(policy, client, &texts, &sets);
+  int status = GetBackupSetList(policy, client, &sets);
   if (status != 0) {
     std::cerr << "GetBackupSetList() failed. ret=" << status << '\n';
     return status;

@@ -19,11 +19,12 @@ class FileEntryTable {
   /// `line` holds another number of fields.
   bool Append(std::string_view line);
 
-  [[nodiscard]] bool empty() const { return entry_count_ == 0; }
+  /// The number of entries.
+  [[nodiscard]] std::size_t size() const { return entry_count_; }
 
   /// Writes the entries as the array that the JSON writer makes of a member of the root object: an
-  /// object for each entry, pretty-printed, from the opening bracket to the closing one. Must not
-  /// be called on an empty table. A failure shows in the state of `out`.
+  /// object for each entry, pretty-printed, from the opening bracket to the closing one; two
+  /// quotation marks for an empty table. A failure shows in the state of `out`.
   void WriteArray(std::ostream& out) const;
 
  private:

@@ -1,4 +1,4 @@
-// ReadFileEntries on any bytes, and WriteImageDocument with the entries that come of them.
+// ReadFileEntries on any bytes, and WriteDocument with the entries that come of them.
 //
 // Settings: o sends the document to a file. And those of every command (see input.h).
 
@@ -10,7 +10,7 @@
 #include <boost/property_tree/ptree.hpp>
 
 #include "export/file_entries.h"
-#include "export/image_document.h"
+#include "export/json_document.h"
 #include "input.h"
 #include "outcome.h"
 #include "plain_json.h"
@@ -93,11 +93,9 @@ std::string Written(const Input& input, const FileEntryTable& table, const ptree
     WriteContent(path, std::string(500, '?'));
   }
   const Outcome outcome = Run([&] {
-    if (input.Has('o')) {
-      WriteImageDocument(&root, table, path);
-    } else {
-      WriteImageDocument(&root, table);
-    }
+    WriteDocument(
+        &root, "fentries", [&table](std::ostream& out) { table.WriteArray(out); },
+        input.Has('o') ? path : "");
     return 0;
   });
   Expect(outcome.succeeded() && outcome.err.empty(), "the document is written");

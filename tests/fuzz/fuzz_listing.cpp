@@ -12,7 +12,6 @@
 
 #include "catalog/backup_sets.h"
 #include "catalog/image_list.h"
-#include "catalog/image_texts.h"
 #include "catalog/records.h"
 #include "input.h"
 #include "outcome.h"
@@ -203,7 +202,7 @@ std::uint64_t PlainBytes(const std::string& size) {
   for (std::size_t i = 0; i <= unit; ++i) {
     bytes *= 1024;
   }
-  if (std::isnan(bytes) || bytes >= std::pow(2, 64) || bytes < -std::pow(2, 63)) {
+  if (std::isnan(bytes) || std::abs(bytes) >= std::pow(2, 64)) {
     return 0;
   }
   return bytes < 0 ? 0 - static_cast<std::uint64_t>(-bytes) : static_cast<std::uint64_t>(bytes);
@@ -326,9 +325,8 @@ std::string Shown(const std::vector<Record>& records) {
 template <typename Record, typename Plain, typename Get>
 void CheckQuery(const Input& input, Get get, std::vector<Record> records,
                 const Answer<Plain>& expected) {
-  ImageTexts texts;
-  Outcome outcome = RunFed(input, input.text(),
-                           [&] { return get(Policy(input), Client(input), &texts, &records); });
+  Outcome outcome =
+      RunFed(input, input.text(), [&] { return get(Policy(input), Client(input), &records); });
   outcome.results = Shown(records);
   Outcome expected_outcome = expected.outcome;
   expected_outcome.results = Shown(expected.records);

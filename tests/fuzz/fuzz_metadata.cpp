@@ -12,7 +12,7 @@
 #include <boost/property_tree/ptree.hpp>
 
 #include "export/file_entries.h"
-#include "export/image_document.h"
+#include "export/json_document.h"
 #include "export/metadata.h"
 #include "input.h"
 #include "outcome.h"
@@ -88,7 +88,8 @@ void CheckDocument(const ptree& metadata, const std::vector<Entry>& entries) {
   const ptree tree = DocumentTree(metadata, entries);
   ptree root = metadata;
   const Outcome outcome = Run([&] {
-    WriteImageDocument(&root, table);
+    WriteDocument(
+        &root, "fentries", [&table](std::ostream& out) { table.WriteArray(out); }, "");
     return 0;
   });
   Outcome expected;

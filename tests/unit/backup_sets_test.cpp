@@ -28,9 +28,8 @@ std::string Row(const std::string& id, const std::string& files, const std::stri
 std::vector<BackupSet> SetsOf(const std::string& rows) {
   FakeHost host;
   host.Prints("\nBackupid x\n" + rows);
-  static ImageTexts texts;  // the sets outlive this function
   std::vector<BackupSet> sets;
-  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &texts, &sets); });
+  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &sets); });
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.out, "");
   EXPECT_EQ(outcome.err, "");
@@ -60,9 +59,8 @@ std::vector<std::string> Texts(const std::vector<BackupSet>& sets) {
 TEST(BackupSets, FiltersReachTheListing) {
   FakeHost host;
   host.Prints("");
-  ImageTexts texts;
   std::vector<BackupSet> sets;
-  const Outcome outcome = host.Run([&] { return GetBackupSetList("P1", "c1", &texts, &sets); });
+  const Outcome outcome = host.Run([&] { return GetBackupSetList("P1", "c1", &sets); });
   EXPECT_THAT(outcome.steps,
               ElementsAre("popen /usr/ostra/keelhaven/bin/admincmd/qvroll -client c1 -policy P1",
                           "pclose qvroll"));
@@ -189,10 +187,9 @@ TEST(BackupSets, SizesAddUpModulo64Bits) {
 TEST(BackupSets, SetsAreAppended) {
   FakeHost host;
   host.Prints("\nBackupid x\n" + Row("c_1", "1", "1K"));
-  ImageTexts texts;
   std::vector<BackupSet> sets(1);
   sets[0].backup_id = "before";
-  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &texts, &sets); });
+  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &sets); });
   EXPECT_EQ(outcome.status, 0);
   EXPECT_THAT(Texts(sets), ElementsAre(":: before 0 0", "c:p:s c_1 1 1024 c_1"));
 }
@@ -200,9 +197,8 @@ TEST(BackupSets, SetsAreAppended) {
 TEST(BackupSets, AFailedListingFails) {
   FakeHost host;
   host.Prints("\nBackupid x\n" + Row("c_1", "1", "1K") + Row("c_2", "0", "1K") + "\n\n");
-  ImageTexts texts;
   std::vector<BackupSet> sets(1);
-  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &texts, &sets); });
+  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &sets); });
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.out, "");
   EXPECT_EQ(outcome.err,
@@ -214,9 +210,8 @@ TEST(BackupSets, AFailedListingFails) {
 TEST(BackupSets, ARefusedListingFails) {
   FakeHost host;
   host.Refuses();
-  ImageTexts texts;
   std::vector<BackupSet> sets;
-  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &texts, &sets); });
+  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &sets); });
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.err,
             "run command qvroll failed.\n"
@@ -226,9 +221,8 @@ TEST(BackupSets, ARefusedListingFails) {
 TEST(BackupSets, AnIdThatIsNoneFails) {
   FakeHost host;
   host.Prints("\nBackupid x\nnone\n");
-  ImageTexts texts;
   std::vector<BackupSet> sets;
-  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &texts, &sets); });
+  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &sets); });
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.err,
             "invalid backup id: none\n. no '_' found.\n"

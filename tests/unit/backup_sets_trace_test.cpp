@@ -28,9 +28,8 @@ std::string TraceOf(const std::string& listing, int level) {
   FakeHost host;
   host.Prints(listing);
   verbose = level;
-  ImageTexts texts;
   std::vector<BackupSet> sets;
-  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &texts, &sets); });
+  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &sets); });
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.err, "");
   return outcome.out;
@@ -133,9 +132,8 @@ TEST(BackupSetsTrace, TheCountIncludesTheSetsFromBefore) {
   FakeHost host;
   host.Prints("");
   verbose = 2;
-  ImageTexts texts;
   std::vector<BackupSet> sets(4);
-  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &texts, &sets); });
+  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &sets); });
   EXPECT_EQ(outcome.out,
             "[cmd] /usr/ostra/keelhaven/bin/admincmd/qvroll\n"
             "backup image count: 0\n"
@@ -147,9 +145,8 @@ TEST(BackupSetsTrace, AFailedListingIsTracedUpToItsFailure) {
   FakeHost host;
   host.Prints("\n\nmore\n");
   verbose = 3;
-  ImageTexts texts;
   std::vector<BackupSet> sets;
-  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &texts, &sets); });
+  const Outcome outcome = host.Run([&] { return GetBackupSetList("", "", &sets); });
   EXPECT_EQ(outcome.out, "[cmd] /usr/ostra/keelhaven/bin/admincmd/qvroll\n\n\n");
 }
 

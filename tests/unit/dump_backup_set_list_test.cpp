@@ -1,13 +1,20 @@
 #include "export/dump_backup_set_list.h"
 
+#include <algorithm>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <boost/property_tree/json_parser.hpp>
+#include <boost/property_tree/ptree.hpp>
 
+#include "catalog/backup_sets.h"
+#include "catalog/records.h"
 #include "fake_host.h"
 #include "layout/layout.h"
+#include "random_text.h"
 #include "temporary_directory.h"
 
 namespace {
@@ -167,18 +174,81 @@ TEST(DumpBackupSetList, TimesAreOrderedAsSignedNumbers) {
 )");
 }
 
-TEST(DumpBackupSetList, SetsOfTheSameSecondBothAppear) {
-  const std::string document =
-      DocumentOf(LoneImage("7", "1K") + "\nBackupid x\nd_7 Sun Sep 13 2020     1 2K s p /x\n", 100);
-  const auto expected = [](const std::string& first, const std::string& second) {
-    return "{\n    \"backup_sets\": [\n        {\n            \"BackupCreateTime\": \"7\",\n"
-           "            \"BackupSize\": \"" +
-           first +
-           "\"\n        },\n        {\n            \"BackupCreateTime\": \"7\",\n"
-           "            \"BackupSize\": \"" +
-           second + "\"\n        }\n    ]\n}\n";
-  };
-  EXPECT_THAT(document, testing::AnyOf(expected("1024", "2048"), expected("2048", "1024")));
+/// A listing in which each image is a series, and so a set, of its own, created at one of `times`.
+std::string ListingOfSets(RandomText* random, std::size_t count,
+                          const std::vector<std::string>& times) {
+  std::string listing = "\nBackupid x\n";
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::string size =
+        std::to_string(random->Number(0, 16383)) + "KMGTP"[random->Number(0, 4)];
+    listing += "c_" + times[random->Number(0, times.size() - 1)] + " Sun Sep 13 2020     1 " +
+               size + " s" + std::to_string(random->Number(0, 1U << 30U)) + " p /x\n";
+  }
+  return listing;
+}
+
+/// The document of the newest `count` sets of `listing` by the plain reading: the sets as they are
+/// assembled, sorted, walked from the end, and made into a tree for the JSON writer.
+std::string PlainDocument(const std::string& listing, int count) {
+  using boost::property_tree::ptree;
+  FakeHost host;
+  host.Prints(listing);
+  std::vector<BackupSet> sets;
+  host.Run([&] { return GetBackupSetList("", "", &sets); });
+  std::sort(sets.begin(), sets.end(), backup_set_compare);
+  ptree array;
+  int written = 0;
+  for (auto set = sets.rbegin(); set != sets.rend(); ++set) {
+    ptree element;
+    element.put("BackupCreateTime", set->create_time);
+    element.put("BackupSize", set->backup_size);
+    array.push_back({"", element});
+    if (++written == count) {
+      break;
+    }
+  }
+  ptree root;
+  root.push_back({"backup_sets", array});
+  std::ostringstream out;
+  boost::property_tree::write_json(out, root, true);
+  return out.str();
+}
+
+TEST(DumpBackupSetList, WritesTheBytesOfARealTree) {
+  RandomText random(7);
+  for (std::size_t count = 0; count < 40; ++count) {
+    SCOPED_TRACE(count);
+    std::vector<std::string> times;
+    for (std::size_t i = 0; i <= count; ++i) {
+      times.push_back((random.Number(0, 1) == 0 ? "-" : "") +
+                      std::to_string(random.Number(0, std::size_t{1} << 63U)));
+    }
+    const std::string listing = ListingOfSets(&random, count, times);
+    EXPECT_EQ(DocumentOf(listing, 0), PlainDocument(listing, 0));
+  }
+}
+
+TEST(DumpBackupSetList, SetsOfTheSameSecondComeInTheOrderOfThePlainSort) {
+  RandomText random(8);
+  for (std::size_t count = 2; count <= 40; ++count) {
+    SCOPED_TRACE(count);
+    const std::string listing = ListingOfSets(&random, count, {"7"});
+    for (const int limit : {0, 1, static_cast<int>(count) - 1}) {
+      EXPECT_EQ(DocumentOf(listing, limit), PlainDocument(listing, limit));
+    }
+  }
+}
+
+TEST(DumpBackupSetList, RandomTiesComeInTheOrderOfThePlainSort) {
+  RandomText random(9);
+  for (const std::size_t count : {100U, 700U, 5000U}) {
+    SCOPED_TRACE(count);
+    const std::string listing =
+        ListingOfSets(&random, count, {"1", "2", "3", "4", "5", "6", "7", "8", "9"});
+    for (const int limit : {0, 1, 100, 2500}) {
+      EXPECT_EQ(DocumentOf(listing, limit), PlainDocument(listing, limit));
+    }
+  }
 }
 
 TEST(DumpBackupSetList, TheDocumentGoesIntoTheDirectory) {

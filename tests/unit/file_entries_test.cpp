@@ -71,7 +71,7 @@ std::string Read(const std::string& output) {
   EXPECT_EQ(reading.outcome.out, "");
   EXPECT_EQ(reading.outcome.err, "");
   EXPECT_THAT(reading.outcome.steps, ElementsAre("popen "s + kCommand, "pclose rec_unfold"));
-  return reading.table.empty() ? "" : ArrayText(reading.table);
+  return reading.table.size() == 0 ? "" : ArrayText(reading.table);
 }
 
 /// The message comes first, then the stream is given up in the middle.
@@ -237,7 +237,7 @@ TEST(FileEntries, TheExitStatusOfTheCommandIsNotLookedAt) {
   const Reading reading("1\t2\t3\t4\t5\t6\t7\t8\t9\tp\tx\n", 0, 1);
   EXPECT_EQ(reading.outcome.status, 0);
   EXPECT_EQ(reading.outcome.err, "");
-  EXPECT_FALSE(reading.table.empty());
+  EXPECT_EQ(reading.table.size(), 1U);
 }
 
 TEST(FileEntries, EveryLineIsTracedAsItIsRead) {

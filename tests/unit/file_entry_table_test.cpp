@@ -259,7 +259,7 @@ TEST(FileEntryTable, AnyOtherFieldCountIsRefusedAndChangesNothing) {
     EXPECT_FALSE(table.Append(line.substr(0, line.rfind('\t') + 1)));
     EXPECT_FALSE(table.Append(std::string(i % 50, '\t')));
     EXPECT_FALSE(table.Append(std::string(i % 50, 'x')));
-    EXPECT_EQ(table.empty(), i == 0);
+    EXPECT_EQ(table.size(), i);
     ASSERT_TRUE(table.Append(line));
     entries.push_back(fields);
   }
@@ -278,13 +278,13 @@ TEST(FileEntryTable, EachNumberOfFieldsIsToldFromEleven) {
   }
 }
 
-TEST(FileEntryTable, ANewTableIsEmpty) {
+TEST(FileEntryTable, CountsItsEntries) {
   FileEntryTable table;
-  EXPECT_TRUE(table.empty());
   EXPECT_FALSE(table.Append(""));
-  EXPECT_TRUE(table.empty());
+  EXPECT_EQ(table.size(), 0U);
+  EXPECT_EQ(ArrayText(table), "\"\"");
   EXPECT_TRUE(table.Append(LineOf(Filled("x"))));
-  EXPECT_FALSE(table.empty());
+  EXPECT_EQ(table.size(), 1U);
 }
 
 TEST(FileEntryTable, WritingChangesNothing) {

@@ -27,7 +27,7 @@ struct Query {
     FakeHost host;
     host.Prints(listing);
     verbose = level;
-    outcome = host.Run([&] { return GetBackupImageList("", "", &texts, &images); });
+    outcome = host.Run([&] { return GetBackupImageList("", "", &images); });
   }
 
   [[nodiscard]] std::vector<std::string> Ids() const {
@@ -38,8 +38,6 @@ struct Query {
     }
     return ids;
   }
-
-  ImageTexts texts;
   std::vector<BackupImage> images;
   Outcome outcome;
 };
@@ -73,10 +71,8 @@ const char* const kHeaderMessage = "parse output of qvroll failed. expecting \"B
 std::string CommandFor(const std::string& policy, const std::string& client) {
   FakeHost host;
   host.Prints("");
-  ImageTexts texts;
   std::vector<BackupImage> images;
-  return host.Run([&] { return GetBackupImageList(policy, client, &texts, &images); })
-      .commands.at(0);
+  return host.Run([&] { return GetBackupImageList(policy, client, &images); }).commands.at(0);
 }
 
 TEST(ImageList, TheCommandNamesTheClientBeforeThePolicy) {
@@ -95,9 +91,8 @@ TEST(ImageList, FiltersAreNotQuoted) {
 TEST(ImageList, ARefusedCommandFails) {
   FakeHost host;
   host.Refuses();
-  ImageTexts texts;
   std::vector<BackupImage> images(1);
-  const Outcome outcome = host.Run([&] { return GetBackupImageList("p", "c", &texts, &images); });
+  const Outcome outcome = host.Run([&] { return GetBackupImageList("p", "c", &images); });
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.out, "");
   EXPECT_EQ(outcome.err, "run command qvroll failed.\n");
@@ -176,10 +171,9 @@ TEST(ImageList, RecordsAreAppendedInListingOrder) {
     listing += "c_" + std::to_string(i) + " x\n";
   }
   host.Prints(listing);
-  ImageTexts texts;
   std::vector<BackupImage> images(1);
   images[0].backup_id = "before";
-  const Outcome outcome = host.Run([&] { return GetBackupImageList("", "", &texts, &images); });
+  const Outcome outcome = host.Run([&] { return GetBackupImageList("", "", &images); });
   EXPECT_EQ(outcome.status, 0);
   ASSERT_EQ(images.size(), 3001U);
   EXPECT_EQ(images[0].backup_id, "before");
@@ -191,9 +185,8 @@ TEST(ImageList, RecordsAreAppendedInListingOrder) {
 TEST(ImageList, TheExitStatusOfTheCommandIsNotLookedAt) {
   FakeHost host;
   host.Prints("\nBackupid x\n" + kRow1, 1);
-  ImageTexts texts;
   std::vector<BackupImage> images;
-  const Outcome outcome = host.Run([&] { return GetBackupImageList("", "", &texts, &images); });
+  const Outcome outcome = host.Run([&] { return GetBackupImageList("", "", &images); });
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.err, "");
   EXPECT_EQ(images.size(), 1U);
@@ -230,9 +223,8 @@ TEST(ImageList, TheCountIncludesTheRecordsFromBefore) {
   FakeHost host;
   host.Prints("\nBackupid x\n" + kRow1);
   verbose = 2;
-  ImageTexts texts;
   std::vector<BackupImage> images(4);
-  const Outcome outcome = host.Run([&] { return GetBackupImageList("", "", &texts, &images); });
+  const Outcome outcome = host.Run([&] { return GetBackupImageList("", "", &images); });
   EXPECT_EQ(outcome.out,
             "[cmd] /usr/ostra/keelhaven/bin/admincmd/qvroll\n"
             "\n"
@@ -251,9 +243,8 @@ TEST(ImageList, TheTraceOfARefusedCommandIsWritten) {
   FakeHost host;
   host.Refuses();
   verbose = 3;
-  ImageTexts texts;
   std::vector<BackupImage> images;
-  const Outcome outcome = host.Run([&] { return GetBackupImageList("p", "", &texts, &images); });
+  const Outcome outcome = host.Run([&] { return GetBackupImageList("p", "", &images); });
   EXPECT_EQ(outcome.out, "[cmd] /usr/ostra/keelhaven/bin/admincmd/qvroll -policy p\n");
   EXPECT_EQ(outcome.err, "run command qvroll failed.\n");
 }
@@ -272,9 +263,8 @@ TEST(ImageList, TheBufferIsClearedOnceTheCommandIsStarted) {
   host.Prints("longer line\nab\n").OnStart([] {
     std::fill(line_buf, line_buf + kLineBufSize, 'x');
   });
-  ImageTexts texts;
   std::vector<BackupImage> images;
-  host.Run([&] { return GetBackupImageList("", "", &texts, &images); });
+  host.Run([&] { return GetBackupImageList("", "", &images); });
   // Not between the reads, though: the end of the line before is still there.
   EXPECT_EQ(std::string(line_buf, 14), "ab\n\0er line\n\0\0"s);
   EXPECT_TRUE(std::all_of(line_buf + 14, line_buf + kLineBufSize, [](char c) { return c == 0; }));
@@ -283,9 +273,8 @@ TEST(ImageList, TheBufferIsClearedOnceTheCommandIsStarted) {
 TEST(ImageList, TheBufferIsClearedForNoOutputToo) {
   FakeHost host;
   host.Prints("").OnStart([] { std::fill(line_buf, line_buf + kLineBufSize, 'x'); });
-  ImageTexts texts;
   std::vector<BackupImage> images;
-  host.Run([&] { return GetBackupImageList("", "", &texts, &images); });
+  host.Run([&] { return GetBackupImageList("", "", &images); });
   EXPECT_TRUE(std::all_of(line_buf, line_buf + kLineBufSize, [](char c) { return c == 0; }));
 }
 
@@ -293,9 +282,8 @@ TEST(ImageList, ARefusedCommandLeavesTheBufferAlone) {
   FakeHost host;
   host.Refuses();
   std::fill(line_buf, line_buf + kLineBufSize, 'x');
-  ImageTexts texts;
   std::vector<BackupImage> images;
-  host.Run([&] { return GetBackupImageList("", "", &texts, &images); });
+  host.Run([&] { return GetBackupImageList("", "", &images); });
   EXPECT_TRUE(std::all_of(line_buf, line_buf + kLineBufSize, [](char c) { return c == 'x'; }));
 }
 

@@ -38,9 +38,8 @@ BackupImage OnlyId(std::string_view id, std::string_view client, std::int64_t ti
 std::vector<BackupImage> ImagesOf(const std::string& rows) {
   FakeHost host;
   host.Prints("\nBackupid x\n" + rows);
-  static ImageTexts texts;  // the images outlive this function
   std::vector<BackupImage> images;
-  const Outcome outcome = host.Run([&] { return GetBackupImageList("", "", &texts, &images); });
+  const Outcome outcome = host.Run([&] { return GetBackupImageList("", "", &images); });
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.err, "");
   return images;

@@ -91,11 +91,13 @@ TEST(SizeText, NegativeSizesWrap) {
   EXPECT_EQ(BytesFromSize("-0.1K"), Wrapped(-102));
   EXPECT_EQ(BytesFromSize("-0.0001K"), 0U);
   EXPECT_EQ(BytesFromSize("-0K"), 0U);
-  EXPECT_EQ(BytesFromSize("-8192P"), 9223372036854775808U);  // -2^63
+  EXPECT_EQ(BytesFromSize("-8192P"), 9223372036854775808U);   // -2^63
+  EXPECT_EQ(BytesFromSize("-12288P"), 4611686018427387904U);  // -3 * 2^62
+  EXPECT_EQ(BytesFromSize("-16383P"), 1125899906842624U);
 }
 
 TEST(SizeText, NegativeSizesBeyond64BitsCountZero) {
-  EXPECT_EQ(BytesFromSize("-8193P"), 0U);
+  EXPECT_EQ(BytesFromSize("-16384P"), 0U);  // -2^64
   EXPECT_EQ(BytesFromSize("-1e300P"), 0U);
   EXPECT_EQ(BytesFromSize("-infK"), 0U);
 }

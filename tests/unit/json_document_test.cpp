@@ -1,7 +1,8 @@
-#include "export/image_document.h"
+#include "export/json_document.h"
 
 #include <iostream>
 #include <locale>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,7 @@
 #include <boost/property_tree/json_parser.hpp>
 #include <boost/property_tree/ptree.hpp>
 
+#include "export/file_entry_table.h"
 #include "fake_host.h"
 #include "random_text.h"
 #include "temporary_directory.h"
@@ -25,6 +27,12 @@ const Fields kEntry = {"1", "2", "3", "4", "5", "6", "7", "8", "9", "/a b", "x\r
 ptree WithEntries(ptree root, const std::vector<Fields>& entries) {
   root.push_back({"fentries", TreeOf(entries)});
   return root;
+}
+
+/// The document of an image, in the file `path` or on standard output.
+void WriteImageDocument(ptree* root, const FileEntryTable& table, const std::string& path = "") {
+  WriteDocument(
+      root, "fentries", [&table](std::ostream& out) { table.WriteArray(out); }, path);
 }
 
 /// The document on standard output.
@@ -87,7 +95,7 @@ ptree Member(const std::string& key, const std::string& value) {
   return root;
 }
 
-TEST(ImageDocument, TheEntriesStandBehindTheMetadata) {
+TEST(JsonDocument, TheEntriesStandBehindTheMetadata) {
   ptree root = Member("z", "1");
   root.push_back({"a", ptree("true")});
   EXPECT_EQ(OnStandardOutput(root, {kEntry, kEntry}).out, R"({
@@ -125,20 +133,20 @@ TEST(ImageDocument, TheEntriesStandBehindTheMetadata) {
 )");
 }
 
-TEST(ImageDocument, NoEntriesMakeAnEmptyText) {
+TEST(JsonDocument, NoEntriesMakeAnEmptyText) {
   EXPECT_EQ(OnStandardOutput(Member("z", "1"), {}).out,
             "{\n    \"z\": \"1\",\n    \"fentries\": \"\"\n}\n");
   EXPECT_EQ(OnStandardOutput(ptree(), {}).out, "{\n    \"fentries\": \"\"\n}\n");
 }
 
-TEST(ImageDocument, AMemberOfThatNameStays) {
+TEST(JsonDocument, AMemberOfThatNameStays) {
   EXPECT_EQ(OnStandardOutput(Member("fentries", "mine"), {}).out,
             "{\n    \"fentries\": \"mine\",\n    \"fentries\": \"\"\n}\n");
   ExpectTheWritersBytes(Member("fentries", "mine"), {kEntry});
   ExpectTheWritersBytes(Member("fentries", ""), {kEntry});
 }
 
-TEST(ImageDocument, TheMembersOfAnArrayHaveEmptyKeys) {
+TEST(JsonDocument, TheMembersOfAnArrayHaveEmptyKeys) {
   ptree root = Member("", "1");
   root.push_back({"", ptree("2")});
   EXPECT_EQ(OnStandardOutput(root, {}).out,
@@ -146,7 +154,7 @@ TEST(ImageDocument, TheMembersOfAnArrayHaveEmptyKeys) {
   ExpectTheWritersBytes(root, {kEntry});
 }
 
-TEST(ImageDocument, TheEntriesAreAppendedToTheTree) {
+TEST(JsonDocument, TheEntriesAreAppendedToTheTree) {
   ptree root = Member("z", "1");
   const FileEntryTable table = TableOf({kEntry});
   FakeHost host;
@@ -155,11 +163,11 @@ TEST(ImageDocument, TheEntriesAreAppendedToTheTree) {
   EXPECT_EQ(root.back().first, "fentries");
 }
 
-TEST(ImageDocument, TextsThatLookLikeItsEndAreJustTexts) {
+TEST(JsonDocument, TextsThatLookLikeItsEndAreJustTexts) {
   ExpectTheWritersBytes(Member("\"\"\n}\n", "\"fentries\": \"\"\n}\n"), {kEntry});
 }
 
-TEST(ImageDocument, HasTheBytesOfARealTreeForRandomMetadata) {
+TEST(JsonDocument, HasTheBytesOfARealTreeForRandomMetadata) {
   RandomText random(99);
   for (int i = 0; i < 150; ++i) {
     SCOPED_TRACE(i);
@@ -171,14 +179,14 @@ TEST(ImageDocument, HasTheBytesOfARealTreeForRandomMetadata) {
   }
 }
 
-TEST(ImageDocument, HasTheBytesOfARealTreeForManyEntries) {
+TEST(JsonDocument, HasTheBytesOfARealTreeForManyEntries) {
   RandomText random(1234);
   std::vector<Fields> entries = random.Entries(1500, 60);
   entries[1000][9] = std::string(1200000, 'p') + "/\"\\";
   ExpectTheWritersBytes(random.Tree(4), entries);
 }
 
-TEST(ImageDocument, AScalarIsRefusedBehindTheOpenedFile) {
+TEST(JsonDocument, AScalarIsRefusedBehindTheOpenedFile) {
   const TemporaryDirectory directory;
   const std::string path = directory.PathOf("x.json");
   for (const std::vector<Fields>& entries : {std::vector<Fields>{}, {kEntry}}) {
@@ -193,7 +201,7 @@ TEST(ImageDocument, AScalarIsRefusedBehindTheOpenedFile) {
   }
 }
 
-TEST(ImageDocument, AScalarIsRefusedOnStandardOutput) {
+TEST(JsonDocument, AScalarIsRefusedOnStandardOutput) {
   for (const std::vector<Fields>& entries : {std::vector<Fields>{}, {kEntry}}) {
     const Outcome outcome = OnStandardOutput(ptree("scalar"), entries);
     ASSERT_TRUE(outcome.thrown.has_value());
@@ -204,7 +212,7 @@ TEST(ImageDocument, AScalarIsRefusedOnStandardOutput) {
   }
 }
 
-TEST(ImageDocument, AnEmptyScalarIsAnEmptyObject) {
+TEST(JsonDocument, AnEmptyScalarIsAnEmptyObject) {
   EXPECT_EQ(OnStandardOutput(ptree(""), {}).out, "{\n    \"fentries\": \"\"\n}\n");
 }
 
@@ -216,7 +224,7 @@ void ExpectCannotBeOpened(const ptree& root, const std::vector<Fields>& entries,
   EXPECT_EQ(outcome.thrown, WriterInFile(WithEntries(root, entries), path).thrown);
 }
 
-TEST(ImageDocument, AFileThatCannotBeOpenedIsTheWritersError) {
+TEST(JsonDocument, AFileThatCannotBeOpenedIsTheWritersError) {
   const TemporaryDirectory directory;
   for (const std::string& path : {directory.PathOf("missing/x.json"), directory.path()}) {
     for (const std::vector<Fields>& entries : {std::vector<Fields>{}, {kEntry}}) {
@@ -232,7 +240,7 @@ std::vector<std::vector<Fields>> FewAndManyEntries() {
   return {{}, {kEntry}, std::vector<Fields>(3000, kEntry)};
 }
 
-TEST(ImageDocument, AFullDiskIsTheWritersError) {
+TEST(JsonDocument, AFullDiskIsTheWritersError) {
   for (const std::vector<Fields>& entries : FewAndManyEntries()) {
     const Outcome outcome = InFile(Member("z", "1"), entries, "/dev/full");
     ASSERT_TRUE(outcome.thrown.has_value());
@@ -242,7 +250,7 @@ TEST(ImageDocument, AFullDiskIsTheWritersError) {
   }
 }
 
-TEST(ImageDocument, AFullStandardOutputIsTheWritersError) {
+TEST(JsonDocument, AFullStandardOutputIsTheWritersError) {
   for (const std::vector<Fields>& entries : FewAndManyEntries()) {
     const Outcome outcome = OnStandardOutput(Member("z", "1"), entries, "/dev/full");
     ASSERT_TRUE(outcome.thrown.has_value());
@@ -252,7 +260,27 @@ TEST(ImageDocument, AFullStandardOutputIsTheWritersError) {
   }
 }
 
-TEST(ImageDocument, IsOnStandardOutputWhenTheCallReturns) {
+TEST(JsonDocument, GoesToAStreamAsWell) {
+  ptree root = Member("z", "1");
+  std::ostringstream out;
+  WriteDocumentTo(
+      &out, &root, "list", [](std::ostream& array) { array << "[]"; }, "x.json");
+  EXPECT_EQ(out.str(), "{\n    \"z\": \"1\",\n    \"list\": []\n}\n");
+}
+
+TEST(JsonDocument, AStreamThatFailsIsTheWritersErrorAndNamesThePath) {
+  ptree root = Member("z", "1");
+  std::ostringstream out;
+  const auto thrown = WhatIsThrownBy([&] {
+    WriteDocumentTo(
+        &out, &root, "list", [](std::ostream& array) { array.setstate(std::ios::badbit); },
+        "x.json");
+  });
+  ASSERT_TRUE(thrown.has_value());
+  EXPECT_EQ(thrown->what, "x.json: write error");
+}
+
+TEST(JsonDocument, IsOnStandardOutputWhenTheCallReturns) {
   ptree root;
   const FileEntryTable table = TableOf({kEntry});
   FakeHost host;
