@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <stdio.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstddef>
@@ -19,15 +20,29 @@ std::array<char, std::size_t{256} * 1024> stream_buffer;  // one command at a ti
 
 }  // namespace
 
+int CommandOutput::last_status_ = -1;
+void (*CommandOutput::on_wait_)(int) = nullptr;
+
+ssize_t CommandOutput::ReadMore(void* cookie, char* buffer, size_t size) {
+  const int descriptor = fileno(static_cast<std::FILE*>(cookie));
+  if (on_wait_ != nullptr) {
+    on_wait_(descriptor);
+  }
+  return read(descriptor, buffer, size);
+}
+
 CommandOutput::CommandOutput(const std::string& command, Echo echo)
     : echo_(echo == Echo::kWhenVerbose && verbose >= 1) {
   if (verbose >= 1) {
     std::cout << "[cmd] " << command << '\n' << std::flush;
   }
-  stream_ = popen(command.c_str(), "r");
-  if (stream_ != nullptr) {
+  pipe_ = popen(command.c_str(), "r");
+  if (pipe_ != nullptr) {
+    cookie_io_functions_t functions{};
+    functions.read = ReadMore;
+    stream_ = fopencookie(pipe_, "r", functions);
     setvbuf(stream_, stream_buffer.data(), _IOFBF, stream_buffer.size());
-    fcntl(fileno(stream_), F_SETPIPE_SZ, kPipeSize);
+    fcntl(fileno(pipe_), F_SETPIPE_SZ, kPipeSize);
   }
 }
 
@@ -48,12 +63,15 @@ bool CommandOutput::ReadLine() {
 
 void CommandOutput::Pclose() {
   if (stream_ != nullptr) {
-    pclose(std::exchange(stream_, nullptr));
+    fclose(std::exchange(stream_, nullptr));
+    last_status_ = pclose(std::exchange(pipe_, nullptr));
   }
 }
 
 void CommandOutput::Fclose() {
   if (stream_ != nullptr) {
     fclose(std::exchange(stream_, nullptr));
+    fclose(std::exchange(pipe_, nullptr));
+    last_status_ = -1;
   }
 }

@@ -1,6 +1,8 @@
 #ifndef QUILLMERE_HOST_COMMAND_OUTPUT_H_
 #define QUILLMERE_HOST_COMMAND_OUTPUT_H_
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -42,7 +44,19 @@ class CommandOutput {
   /// Ends the stream as an ordinary one: what a caller does that gives up in the middle of it.
   void Fclose();
 
+  /// What waitpid said of the command that Pclose ended last; -1 after Fclose.
+  static int last_status() { return last_status_; }
+
+  /// `action` is called with the descriptor of a command's output each time before more of it is
+  /// waited for.
+  static void OnWait(void (*action)(int descriptor)) { on_wait_ = action; }
+
  private:
+  static ssize_t ReadMore(void* cookie, char* buffer, size_t size);
+
+  static int last_status_;
+  static void (*on_wait_)(int descriptor);
+  std::FILE* pipe_ = nullptr;
   std::FILE* stream_ = nullptr;
   bool echo_;
   std::string_view line_;
