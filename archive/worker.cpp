@@ -25,7 +25,7 @@
 #include "archive/stored_document.h"
 #include "export/catalogue_file.h"
 #include "export/file_entries.h"
-#include "export/image_document.h"
+#include "export/json_document.h"
 #include "export/metadata.h"
 #include "host/command_output.h"
 
@@ -198,11 +198,12 @@ class ImageExport {
     if (fchdir(staging_.work.descriptor()) != 0) {
       throw SystemError("open", staging_.work.path());
     }
+    const std::string catalogue_directory = CatalogueDirectory(request_.backup_id);
     boost::property_tree::ptree metadata;
     RunCommand("qvmeta", [&] { return FetchMetadata(id, kMetadataFile, &metadata); });
     std::string catalogue_file;
     RunCommand("qvroll", [&] { return FindCatalogueFile(id, &catalogue_file); });
-    const std::string path = ShellWord(CatalogueFilePath(request_.backup_id, catalogue_file));
+    const std::string path = ShellWord(catalogue_directory + '/' + catalogue_file);
     FileEntryTable entries;
     RunCommand("rec_unfold", [&] { return ReadFileEntries(path, &entries); });
     result_.entries = entries.size();
@@ -250,7 +251,8 @@ class ImageExport {
     std::ostream stream(&writer);
     std::string refused;
     try {
-      WriteImageDocument(metadata, entries, &stream, "");
+      WriteDocumentTo(
+          &stream, metadata, "fentries", [&](std::ostream& out) { entries.WriteArray(out); }, "");
     } catch (const std::exception& error) {
       refused = error.what();
     }

@@ -21,8 +21,8 @@
 #include <system_error>
 
 #include "host/command_output.h"
-#include "host/huge_pages.h"
 #include "layout/layout.h"
+#include "system/huge_pages.h"
 
 namespace {
 

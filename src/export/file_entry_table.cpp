@@ -8,7 +8,7 @@
 #include <cstring>
 #include <ostream>
 
-#include "host/huge_pages.h"
+#include "system/huge_pages.h"
 
 namespace {
 

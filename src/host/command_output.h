@@ -8,8 +8,8 @@
 
 /// The standard output of one command of the host product, read a line at a time into line_buf.
 ///
-/// This is the only place that starts a process. The command's standard error is the tool's own;
-/// its exit status is never looked at. One object at a time: all of them share line_buf.
+/// This is the only place that starts a process. The command's standard error is the tool's own.
+/// One object at a time: all of them share line_buf.
 class CommandOutput {
  public:
   enum class Echo : std::uint8_t { kNever, kWhenVerbose };
@@ -30,7 +30,8 @@ class CommandOutput {
   [[nodiscard]] bool started() const { return stream_ != nullptr; }
 
   /// Reads the next line into line_buf. A line ends with its newline, at the end of the output, or
-  /// after kLineBufSize - 1 bytes, whatever comes first. Returns false when there is no more.
+  /// after kLineBufSize - 1 bytes, whatever comes first. Returns false when there is no more. When
+  /// the line is not there yet, what std::cout holds back is written before it is waited for.
   bool ReadLine();
 
   /// The line last read, in line_buf: up to its first zero byte, newline included.
@@ -42,8 +43,23 @@ class CommandOutput {
   /// Ends the stream as an ordinary one: what a caller does that gives up in the middle of it.
   void Fclose();
 
+  /// How the last command ended, as waitpid says it: 0 when all is well; -1 when it is not known,
+  /// because the stream was ended as an ordinary one. The tool judges a command by its output
+  /// alone.
+  static int last_status() { return last_status_; }
+
+  /// From now on, `action` is called with the descriptor of the pipe each time before more of a
+  /// command's output is waited for.
+  static void OnWait(void (*action)(int descriptor)) { on_wait_ = action; }
+
  private:
+  [[nodiscard]] bool HoldsWholeLine();
+
+  static int last_status_;
+  static void (*on_wait_)(int descriptor);
+
   std::FILE* stream_ = nullptr;
+  const char* lines_end_ = nullptr;  // behind the last newline that is known to be in the buffer
   bool echo_;
   std::string_view line_;
 };

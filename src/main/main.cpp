@@ -6,11 +6,11 @@
 #include "export/dump_backup.h"
 #include "export/dump_backup_set.h"
 #include "export/dump_backup_set_list.h"
-#include "host/standard_descriptors.h"
-#include "host/standard_output.h"
 #include "layout/layout.h"
 #include "main/command_line.h"
 #include "main/usage.h"
+#include "system/standard_descriptors.h"
+#include "system/standard_streams.h"
 
 namespace {
 
@@ -59,7 +59,7 @@ int RunAction(const Options& options) {
 
 int main(int argc, char** argv) {
   OccupyStandardDescriptors();
-  WidenStandardOutput();
+  const StandardStreams streams;
   runtime_terminate = std::set_terminate(FlushAndTerminate);
   Options options;
   const std::optional<int> status = ParseCommandLine(argc, argv, &options);

@@ -1,12 +1,11 @@
 // Which memory is to be in huge pages, as the kernel tells it.
 
-#include "host/huge_pages.h"
+#include "system/huge_pages.h"
 
 #include <sys/mman.h>
 
 #include <cstdint>
 #include <fstream>
-#include <memory_resource>
 #include <sstream>
 #include <string>
 
@@ -91,24 +90,6 @@ TEST_F(HugePages, NeedTwoMebibytes) {
   PreferHugePages(memory() + 2 * kMiB, 0);
   EXPECT_FALSE(IsPreferredAt(memory() + 2 * kMiB));
   EXPECT_FALSE(IsPreferredAt(memory() + 4 * kMiB));
-}
-
-TEST_F(HugePages, KeepWhatIsInTheMemory) {
-  memory()[2 * kMiB] = 'a';
-  memory()[4 * kMiB - 1] = 'z';
-  PreferHugePages(memory(), 8 * kMiB);
-  EXPECT_EQ(memory()[2 * kMiB], 'a');
-  EXPECT_EQ(memory()[2 * kMiB + 1], '\0');
-  EXPECT_EQ(memory()[4 * kMiB - 1], 'z');
-}
-
-TEST_F(HugePages, AreInTheirMemoryResource) {
-  std::pmr::memory_resource* const resource = HugePageMemory();
-  auto* const block = static_cast<char*>(resource->allocate(8 * kMiB, 1));
-  EXPECT_TRUE(IsPreferredAt(block + 4 * kMiB));
-  resource->deallocate(block, 8 * kMiB, 1);
-  EXPECT_TRUE(resource->is_equal(*HugePageMemory()));
-  EXPECT_FALSE(resource->is_equal(*std::pmr::new_delete_resource()));
 }
 
 }  // namespace

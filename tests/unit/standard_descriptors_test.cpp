@@ -1,4 +1,4 @@
-#include "host/standard_descriptors.h"
+#include "system/standard_descriptors.h"
 
 #include <errno.h>
 #include <fcntl.h>
