@@ -14,7 +14,8 @@
 #include "archive/manifest.h"
 #include "archive/status.h"
 #include "archive/units.h"
-#include "host/standard_descriptors.h"
+#include "system/standard_descriptors.h"
+#include "system/standard_streams.h"
 
 namespace {
 
@@ -141,6 +142,7 @@ int Run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   OccupyStandardDescriptors();
+  const StandardStreams streams;
   int status = kArchiveFailed;
   try {
     status = Run(argc, argv);

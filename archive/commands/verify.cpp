@@ -34,7 +34,7 @@ class Findings {
   /// "PATH: WHAT", with the path below the archive.
   void Add(const std::string& path, const std::string& what) {
     const std::scoped_lock lock(mutex_);
-    std::cout << Printable(path) << ": " << Printable(what) << '\n';
+    std::cout << Printable(path) << ": " << Printable(what) << '\n' << std::flush;
     ++problems_;
   }
 
@@ -73,6 +73,10 @@ class Tasks {
     }
   }
 
+  ~Tasks() { Finish(); }
+  Tasks(const Tasks&) = delete;
+  Tasks& operator=(const Tasks&) = delete;
+
   void Add(Task task) {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return tasks_.size() < most_; });
@@ -88,6 +92,7 @@ class Tasks {
     for (std::thread& thread : threads_) {
       thread.join();
     }
+    threads_.clear();
   }
 
  private:
