@@ -72,11 +72,29 @@ std::string Numbered(const Array& names, std::int64_t index) {
   return index < count ? name : name + "-" + std::to_string(index / count);
 }
 
+/// Whether each byte above 0x7F is a part of a character of two bytes, the only ones of the names.
+bool IsUtf8(std::string_view text) {
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const auto byte = static_cast<unsigned char>(text[at]);
+    if (byte >= 0xC2 && byte <= 0xDF && at + 1 < text.size() && (text[at + 1] & 0xC0) == 0x80) {
+      ++at;
+    } else if (byte >= 0x80) {
+      return false;
+    }
+  }
+  return true;
+}
+
 /// `text` in a JSON string of the product, which prints it for printf: a percent sign stands
-/// doubled.
+/// doubled. Of a text that is no UTF-8, which no JSON may hold, each byte above 0x7F is a question
+/// mark.
 std::string Escaped(std::string_view text) {
+  const bool is_utf8 = IsUtf8(text);
   std::string escaped;
-  for (const char c : text) {
+  for (char c : text) {
+    if (!is_utf8 && static_cast<unsigned char>(c) >= 0x80) {
+      c = '?';
+    }
     if (c == '"' || c == '\\') {
       escaped += '\\';
     }

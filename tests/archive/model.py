@@ -56,6 +56,27 @@ def json_text(value):
     return (json.dumps(value, indent=4, ensure_ascii=False) + "\n").encode()
 
 
+def document_text(members):
+    """A document of these members, in the layout of the tool's JSON writer."""
+    def escaped(text):
+        escapes = {"\b": "b", "\f": "f", "\n": "n", "\r": "r", "\t": "t", '"': '"', "\\": "\\",
+                   "/": "/"}
+        return '"' + "".join(
+            "\\" + escapes[c] if c in escapes else f"\\u{ord(c):04X}" if ord(c) < 0x20 else c
+            for c in text) + '"'
+
+    def written(value, indent):
+        inner, end = " " * (indent + 4), "\n" + " " * indent
+        if isinstance(value, str):
+            return escaped(value)
+        if isinstance(value, tuple):
+            items = (f"{inner}{escaped(key)}: {written(item, indent + 4)}" for key, item in value)
+            return "{\n" + ",\n".join(items) + end + "}"
+        return "[\n" + ",\n".join(inner + written(item, indent + 4) for item in value) + end + "]"
+
+    return raw(written(members, 0)) + b"\n"
+
+
 def sha256(data):
     return hashlib.sha256(data).hexdigest()
 
@@ -80,13 +101,19 @@ class Model:
         return HostProduct(self.root)
 
     def document(self, backup_id):
-        """The document of an image, from the tool."""
+        """The document of an image: from the tool, unless the tool's shell would read its names as more
+        than words."""
         if backup_id not in self.documents:
-            quoted = "'" + backup_id.replace("'", "'\\''") + "'"
-            run = subprocess.run([self.tool, "--action", "dump_backup", "--backup_id", raw(quoted)],
-                                 check=True, capture_output=True)
-            assert run.stderr == b"", run.stderr
-            self.documents[backup_id] = run.stdout
+            catalogue_file = self.product().catalogue_file(backup_id)
+            if re.fullmatch(r"[A-Za-z0-9._+/-]+", f"{backup_id}/{catalogue_file}"):
+                run = subprocess.run([self.tool, "--action", "dump_backup", "--backup_id", backup_id],
+                                     check=True, capture_output=True)
+                assert run.stderr == b"", run.stderr
+                self.documents[backup_id] = run.stdout
+            else:
+                product = self.product()
+                self.documents[backup_id] = document_text(
+                    (*product.metadata(backup_id), ("fentries", product.entries(backup_id))))
         return self.documents[backup_id]
 
     def manifest(self, image, complaints=(), document=None):
