@@ -46,6 +46,7 @@ Watch watch;
 
 /// Waits for the output of a command, which may go on complaining meanwhile.
 void WaitForOutput(int descriptor) {
+  alarm(0);
   pollfd output{.fd = descriptor, .events = POLLIN, .revents = 0};
   while (poll(&output, 1, watch.seconds * 1000) == 0) {
     const off_t end = lseek(STDERR_FILENO, 0, SEEK_CUR);
@@ -302,6 +303,7 @@ std::string RunUnits(const Age& timeout, const std::function<void()>& on_silence
   constexpr std::int64_t kMostSeconds = INT_MAX / 1000;
   watch.seconds = static_cast<int>(std::min<std::int64_t>(timeout.duration.count(), kMostSeconds));
   watch.on_silence = &on_silence;
+  watch.complaints_end = lseek(STDERR_FILENO, 0, SEEK_CUR);  // of a pipe there is none
   CommandOutput::OnWait(WaitForOutput);
   const Captured messages(&std::cerr);
   call();
