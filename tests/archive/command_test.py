@@ -22,7 +22,8 @@ class CommandTest(archive.ArchiveTest):
         are there, and the next sync has it, too."""
         others = [self.exported(backup_id) for backup_id in (LAST, SECOND, FIRST)]
         self.check_sync(
-            *options, status=1, stdout=lines(*others, summary(3, failed=1, written=3, waiting=1)),
+            *options, status=1, stdout=lines(*others, summary(
+                3, failed=1, warnings=len(more), written=3, waiting=1)),
             stderr=lines(*(f"{THIRD}: {text}" for text in (*more, f"failed: {reason}"))))
         self.check_tree(self.model.files(without=[THIRD]))
         self.faults()
@@ -51,7 +52,8 @@ class CommandOfAnImage(CommandTest):
                 self.setUp()
                 self.faults(f"{command} {THIRD} kill")
                 name = command.removesuffix("-id")
-                self.check_failed(f"{name} was ended by signal 9")
+                # It is the shell that sees the end of the command.
+                self.check_failed(f"{name} ended with status 137", more=["Killed"])
 
     def test_hangs(self):
         for command in COMMANDS:
@@ -100,14 +102,14 @@ class CommandOfAnImage(CommandTest):
         content = command.read_bytes()
         command.unlink()
         missing = f"sh: 1: {command}: not found"
-        self.check_sync(status=1, stdout=lines(summary(failed=4, waiting=4)), stderr=lines(*(
+        self.check_sync(status=1, stdout=lines(summary(failed=4, warnings=4, waiting=4)), stderr=lines(*(
             f"{backup_id}: {text}" for backup_id in SMALL_IDS
             for text in (missing, "failed: rec_unfold ended with status 127"))))
         self.check_tree(self.model.archive_json())
         command.write_bytes(content)
         command.chmod(0o644)
         refused = f"sh: 1: {command}: Permission denied"
-        self.check_sync("--limit", "1", status=1, stdout=lines(summary(failed=1, waiting=4)),
+        self.check_sync("--limit", "1", status=1, stdout=lines(summary(failed=1, warnings=1, waiting=4)),
                         stderr=lines(*(f"{LAST}: {text}" for text in (
                             refused, "failed: rec_unfold ended with status 126"))))
         command.chmod(0o755)
@@ -151,10 +153,10 @@ class Expired(CommandTest):
             with self.subTest(command):
                 self.setUp()
                 self.faults(f"{command} {THIRD} forget")
-                status, stdout, _ = self.run_program("sync", "--jobs", "1", self.archive)
-                self.assertEqual((status, sorted(stdout.splitlines())), (0, sorted(lines(
+                status, stdout, stderr = self.run_program("sync", "--jobs", "1", self.archive)
+                self.assertEqual((status, sorted(stdout.splitlines()), stderr), (0, sorted(lines(
                     self.exported(LAST), self.exported(SECOND), self.exported(FIRST),
-                    f"{THIRD}: expired", summary(3, expired=1, written=3)).splitlines())))
+                    f"{THIRD}: expired", summary(3, expired=1, written=3)).splitlines()), b""))
                 self.check_tree(self.model.files())
 
 
@@ -165,7 +167,7 @@ class TheListing(CommandTest):
 
     def test_is_killed(self):
         self.faults("qvroll * kill")
-        self.check_nothing_done("qvroll was ended by signal 9")
+        self.check_nothing_done("qvroll ended with status 137", ["Killed"])
 
     def test_hangs(self):
         self.faults("qvroll * hang")

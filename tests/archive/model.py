@@ -2,6 +2,7 @@
 print and from docs/archive.md, as plainly as it goes."""
 
 import base64
+import contextlib
 import hashlib
 import json
 import os
@@ -104,17 +105,34 @@ class Model:
         """The document of an image: from the tool, unless the tool's shell would read its names as more
         than words."""
         if backup_id not in self.documents:
-            catalogue_file = self.product().catalogue_file(backup_id)
-            if re.fullmatch(r"[A-Za-z0-9._+/-]+", f"{backup_id}/{catalogue_file}"):
-                run = subprocess.run([self.tool, "--action", "dump_backup", "--backup_id", backup_id],
-                                     check=True, capture_output=True)
-                assert run.stderr == b"", run.stderr
-                self.documents[backup_id] = run.stdout
-            else:
-                product = self.product()
-                self.documents[backup_id] = document_text(
-                    (*product.metadata(backup_id), ("fentries", product.entries(backup_id))))
+            with self.no_faults():
+                self.documents[backup_id] = self.document_now(backup_id)
         return self.documents[backup_id]
+
+    @contextlib.contextmanager
+    def no_faults(self):
+        """What the product says when nothing goes wrong."""
+        faults, aside = self.root / "faults", self.root / "no-faults"
+        try:
+            faults.rename(aside)
+        except FileNotFoundError:
+            yield
+            return
+        try:
+            yield
+        finally:
+            aside.rename(faults)
+
+    def document_now(self, backup_id):
+        catalogue_file = str(self.product().catalogue_file(backup_id))
+        if not re.fullmatch(r"[A-Za-z0-9._+-]+ [A-Za-z0-9._+/-]+", f"{backup_id} {catalogue_file}"):
+            product = self.product()
+            return document_text(
+                (*product.metadata(backup_id), ("fentries", product.entries(backup_id))))
+        run = subprocess.run([self.tool, "--action", "dump_backup", "--backup_id", backup_id],
+                             check=True, capture_output=True)
+        assert run.stderr == b"", run.stderr
+        return run.stdout
 
     def manifest(self, image, complaints=(), document=None):
         """`complaints` are the lines on standard error of qvmeta, qvroll and rec_unfold."""

@@ -137,7 +137,9 @@ class HostProduct:
         """The path of the file with one image's file entries."""
         client, time = backup_id.split("_", 1)
         last_line = text(self._run("admincmd/qvroll", "-id", backup_id)).split("\n")[2]
-        return self.root / "db/images" / client / (time[:4] + "000000") / last_line.split(" ")[-1]
+        # Put together as it is, whatever the client's name looks like.
+        return pathlib.Path(f"{self.root}/db/images/{client}/{time[:4]}000000/"
+                            + last_line.split(" ")[-1])
 
     @functools.cache
     def entries(self, backup_id):
