@@ -43,18 +43,20 @@ class DiskTest(archive.ArchiveTest):
         self.remount(options)
         status, stdout, stderr = self.run_program("sync", "--jobs", "2", self.archive)
         expected = self.model.files()
-        left = tree(self.archive)
+        # What is in .staging means nothing, and an empty folder no more.
+        left = {path: data for path, data in tree(self.archive).items()
+                if not path.startswith(".staging/") and not path.endswith("/")}
         self.assertLessEqual(left.items(), expected.items())
         images = {re.match("images/[^/]*/[^/]*/", path)[0] for path in left
                   if path.startswith("images/")}
         for path in expected:
-            if path.startswith(tuple(images) or ("-",)):
+            if path.startswith(tuple(images)):
                 self.assertIn(path, left)
         if status == 0:
             self.assertEqual((left, stderr), (expected, b""))
         else:
             self.assertIn(status, (1, 4))
-            self.assertRegex(stderr.decode(), r"No space left on device|less than ")
+            self.assertRegex(stderr.decode(), r"No space left on device|fopen\(\) failed")
             self.remount(room)
             self.check_sync("--quiet", stdout=b"")
             self.check_tree(expected)
