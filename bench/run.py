@@ -21,6 +21,8 @@ from cases import (FULL, HUGE_DISK, HUGE_ENTRIES, QUICK, RIVALS, TO_FILE, UNFOLD
 HERE = pathlib.Path(__file__).resolve().parent
 DOCUMENT = TO_FILE + " && mv {out}/{first_id}.json {document}"
 # The product prints for printf, so a percent sign stands doubled.
+ARCHIVE = ("rm -rf {archive} && {archiver} init {archive} && "
+           "{archiver} sync --quiet {archive} && touch {archive_is_whole}")
 METADATA = "{admincmd}/qvmeta -json -backupid {first_id} | sed 's/%%/%/g' > {metadata}"
 
 
@@ -54,6 +56,8 @@ class Bench:
         values |= {"tool": self.build / "bench/quillmere_bench", "out": self.out, "here": HERE,
                    "build": self.work, "root": root, "admincmd": root / "bin/admincmd",
                    "unfold": root / "bin/rec_unfold", "document": root / "document.json",
+                   "archiver": self.build / "quillmere_archive_bench", "archive": root / "archive",
+                   "archive_is_whole": root / "archive-is-whole",
                    "metadata": root / "metadata.json", "images": root / "images.txt"}
         files = sorted(root.glob("db/images/**/*.f"))
         if files:
@@ -74,7 +78,7 @@ class Bench:
         # ext4 searches past inodes that were removed in the last minutes whenever a file is created.
         # So the many files of sets stay until the end.
         put_away = (f'mv {out} "$(mktemp -d {shlex.quote(str(self.kept))}/XXXXXX)"'
-                    if data.name.startswith("set-") else f"rm -rf {out}")
+                    if data.name.startswith(("set-", "slow-")) else f"rm -rf {out}")
         return (f"ln -sfn {shlex.quote(str(self.root(data)))} {link} && {put_away} && "
                 f"mkdir -p {out}" + (" && sync" if is_settled else ""))
 
@@ -87,7 +91,7 @@ class Bench:
     def bytes_out(self, command):
         """What `command` writes, to files or to the pipe at its end."""
         self.shell(command.shell.replace("| cat > /dev/null", "> {out}/printed"), command.data)
-        return sum(file.stat().st_size for file in self.out.iterdir())
+        return sum(file.stat().st_size for file in self.out.rglob("*") if file.is_file())
 
     def measure(self, command, repeat):
         """One sample of `command`: wall, user and system time in seconds, peak memory in bytes.
@@ -137,6 +141,9 @@ def prepare_case(bench, case):
             bench.shell(DOCUMENT, command.data)
         if "{metadata}" in command.shell:
             bench.shell(METADATA, command.data)
+        if "{archive}" in command.shell and not (bench.root(command.data)
+                                                 / "archive-is-whole").exists():
+            bench.shell(ARCHIVE, command.data)
 
 
 def run_case(bench, case, runs):
@@ -166,9 +173,11 @@ def progress(text):
         print(f"\r\033[K{text}", end="", file=sys.stderr, flush=True)
 
 
-def run_cases(bench, scale):
+def run_cases(bench, scale, only):
     huge = image(HUGE_ENTRIES)
     for case in cases(scale):
+        if only not in case.title:
+            continue
         if case.subject.data == huge and shutil.disk_usage(bench.work).free < HUGE_DISK:
             print(f"Left out for lack of disk: {case.title}, {huge.size:,}", file=sys.stderr)
             continue
@@ -233,6 +242,8 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("build", type=pathlib.Path, help="build folder with everything built")
     parser.add_argument("--full", action="store_true", help="full sizes, for bench/README.md")
+    parser.add_argument("--only", default="", metavar="TEXT",
+                        help="only the cases with this text in their title; the table goes nowhere")
     arguments = parser.parse_args()
     os.environ["LC_ALL"] = "C"
     os.environ.pop("PYTHONUNBUFFERED", None)  # the Python rivals would write each piece by itself
@@ -240,15 +251,16 @@ def main():
     bench.out.mkdir(exist_ok=True)
     bench.kept.mkdir(exist_ok=True)
     mode, scale = ("full", FULL) if arguments.full else ("quick", QUICK)
-    check_rivals(bench)
-    rows = list(run_cases(bench, scale))
+    if not arguments.only:
+        check_rivals(bench)
+    rows = list(run_cases(bench, scale, arguments.only))
     heading = describe_run(mode)
     if not arguments.full:
         heading += ". Targets are for the full sizes: here, what every run costs weighs more"
     markdown = as_markdown(rows, heading)
     (bench.work / f"{mode}.md").write_text(markdown)
     (bench.work / f"{mode}.json").write_text(json.dumps({"run": heading, "rows": rows}, indent=1))
-    if arguments.full:
+    if arguments.full and not arguments.only:
         put_into_readme(markdown)
     print(f"{heading}\n\n{as_text(rows)}")
     not_met = sum(not is_met for row in rows for is_met in row["targets"].values())
