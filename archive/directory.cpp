@@ -228,7 +228,9 @@ void Directory::Remove(const std::string& name) const {
   // Who still writes in it, a command whose worker is gone, may have made something meanwhile.
   const Directory directory = Open(name);
   while (unlinkat(descriptor(), name.c_str(), AT_REMOVEDIR) != 0) {
-    if ((errno != ENOTEMPTY && errno != EEXIST) || !directory.RemoveContents()) {
+    const int error = errno;
+    if ((error != ENOTEMPTY && error != EEXIST) || !directory.RemoveContents()) {
+      errno = error;
       throw SystemError("remove", PathOf(name));
     }
   }

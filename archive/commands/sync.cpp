@@ -119,6 +119,7 @@ class Exports {
       progress_->Tick();
     }
     EndAll();
+    ClearStaging();
     left_out_ = images.size() - next;
   }
 
@@ -226,6 +227,15 @@ class Exports {
   void Discard(const Job& job) const {
     try {
       store_->Discard(job.staging);
+    } catch (const ArchiveError& error) {
+      progress_->Complain(error.what());
+    }
+  }
+
+  /// Of what could not be removed before, or belongs to no job as that could not be started.
+  void ClearStaging() const {
+    try {
+      store_->ClearStaging();
     } catch (const ArchiveError& error) {
       progress_->Complain(error.what());
     }

@@ -226,7 +226,7 @@ class ImageCheck {
   void Compare(const DocumentFacts& expected, const DocumentFacts& found) {
     const auto compare = [&](const auto& ours, const auto& theirs, const std::string& what) {
       if (ours != theirs) {
-        Add(expected.file, what + " not those of the manifest");
+        Add(expected.file, what + " not that of the manifest");
       }
     };
     compare(found.stored_bytes, expected.stored_bytes, "size of the file is");
