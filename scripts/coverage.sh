@@ -11,16 +11,17 @@ readonly build=build/coverage
 
 install_missing "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}" gcovr
 
-echo "==> Building the tool and its tests in $build"
+echo "==> Building both programs and their tests in $build"
 cmake --preset coverage >/dev/null
-cmake --build "$build" --target quillmere quillmere_golden quillmere_unit -- --quiet
+cmake --build "$build" --target quillmere quillmere_golden quillmere_unit \
+  quillmere_archive_unit -- --quiet
 
 echo "==> Running the unit tests and the golden cases"
 find "$build" -name '*.gcda' -delete
 ctest --test-dir "$build" --quiet --output-on-failure --parallel "$(nproc)" \
-  --tests-regex '^(unit|golden|realroot)\.'
+  --tests-regex '^(unit|archive|golden|realroot)\.'
 
 mkdir -p "$build/pages"
-gcovr --root . --filter src/ --exclude-throw-branches --exclude-unreachable-branches \
+gcovr --root . --filter src/ --filter archive/ --exclude-throw-branches --exclude-unreachable-branches \
   --html-details "$build/pages/index.html" --print-summary \
   --fail-under-line 100 --fail-under-branch 100 "$build"
