@@ -103,7 +103,7 @@ class Model:
 
     def document(self, backup_id):
         """The document of an image: from the tool, unless the tool's shell would read its names as more
-        than words."""
+        than words, or they are too long for the tool's temporary file."""
         if backup_id not in self.documents:
             with self.no_faults():
                 self.documents[backup_id] = self.document_now(backup_id)
@@ -125,7 +125,7 @@ class Model:
 
     def document_now(self, backup_id):
         catalogue_file = str(self.product().catalogue_file(backup_id))
-        if not re.fullmatch(r"[A-Za-z0-9._+-]+ [A-Za-z0-9._+/-]+", f"{backup_id} {catalogue_file}"):
+        if not re.fullmatch(r"[A-Za-z0-9._+-]{1,200} [A-Za-z0-9._+/-]+", f"{backup_id} {catalogue_file}"):
             product = self.product()
             return document_text(
                 (*product.metadata(backup_id), ("fentries", product.entries(backup_id))))
