@@ -11,7 +11,7 @@ set(QUILLMERE_MAINTAINER "quillmere maintainers <maintainers@quillmere.invalid>"
 # built. Without a name and a time in it, the result depends on the content alone.
 find_program(QUILLMERE_GZIP gzip REQUIRED)
 mark_as_advanced(QUILLMERE_GZIP)
-set(quillmere_compressed_files "")
+set(quillmere_made_files "")
 function(quillmere_compress source name out_variable)
   set(result ${PROJECT_BINARY_DIR}/packaging/${name})
   add_custom_command(OUTPUT ${result}
@@ -20,16 +20,33 @@ function(quillmere_compress source name out_variable)
     DEPENDS ${source}
     VERBATIM)
   set(${out_variable} ${result} PARENT_SCOPE)
-  set(quillmere_compressed_files ${quillmere_compressed_files} ${result} PARENT_SCOPE)
+  set(quillmere_made_files ${quillmere_made_files} ${result} PARENT_SCOPE)
+endfunction()
+
+# quillmere_document(SOURCE OUT_VARIABLE): lets the links of a document lead to what is installed.
+function(quillmere_document source out_variable)
+  get_filename_component(name ${source} NAME)
+  set(result ${PROJECT_BINARY_DIR}/packaging/${name})
+  set(rules ${PROJECT_SOURCE_DIR}/packaging/installed_links.sed)
+  add_custom_command(OUTPUT ${result}
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/packaging
+    COMMAND sed -E -f ${rules} ${source} > ${result}
+    DEPENDS ${source} ${rules}
+    VERBATIM)
+  set(${out_variable} ${result} PARENT_SCOPE)
+  set(quillmere_made_files ${quillmere_made_files} ${result} PARENT_SCOPE)
 endfunction()
 
 quillmere_compress(${PROJECT_SOURCE_DIR}/man/quillmere.1 quillmere.1.gz manual_page)
 quillmere_compress(${PROJECT_SOURCE_DIR}/CHANGELOG.md changelog.gz changelog)
 quillmere_compress(${PROJECT_SOURCE_DIR}/packaging/debian/changelog changelog.Debian.gz
   debian_changelog)
-add_custom_target(quillmere_compressed DEPENDS ${quillmere_compressed_files})
+quillmere_document(${PROJECT_SOURCE_DIR}/README.md readme)
+quillmere_document(${PROJECT_SOURCE_DIR}/SECURITY.md security)
+quillmere_document(${PROJECT_SOURCE_DIR}/docs/documents.md documents)
+add_custom_target(quillmere_made_files DEPENDS ${quillmere_made_files})
 # Whoever builds the program alone can install it as well.
-add_dependencies(quillmere quillmere_compressed)
+add_dependencies(quillmere quillmere_made_files)
 
 # --- What is installed --------------------------------------------------------------------------
 
@@ -44,7 +61,7 @@ install(FILES ${PROJECT_SOURCE_DIR}/completions/_quillmere
 install(FILES ${PROJECT_SOURCE_DIR}/completions/_quillmere
   DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT debian EXCLUDE_FROM_ALL)
 
-install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/docs/documents.md
+install(FILES ${readme} ${security} ${documents}
   DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${PROJECT_SOURCE_DIR}/CHANGELOG.md
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT elsewhere)
@@ -78,7 +95,7 @@ set(CPACK_PACKAGE_FILE_NAME quillmere-${PROJECT_VERSION}-linux-x86_64)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_THREADS 1)
-set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/cpack_permissions.cmake)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/cpack_staged_files.cmake)
 
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${QUILLMERE_MAINTAINER})
@@ -109,6 +126,7 @@ endif()
 set(CPACK_RPM_SPEC_MORE_DEFINE
 "%define _build_id_links none
 %define _buildhost localhost
+%define use_source_date_epoch_as_buildtime 1
 %define __os_install_post %{nil}")
 # Folders that belong to the system, beside those that cpack leaves out by itself.
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION

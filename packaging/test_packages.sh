@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds the .deb, the .rpm and the .tar.gz, and tests them: what is in them, what lintian says, and
-# that they can be installed, used and removed without a trace. Installs the Debian packages that it
-# needs and that are missing.
+# Builds the .deb, the .rpm and the .tar.gz, and tests them: that a second build gives the same bytes,
+# what is in them, what lintian says, and that they can be installed, used and removed without a
+# trace. Installs the Debian packages that it needs and that are missing.
 #
 #   packaging/test_packages.sh
 #
@@ -34,20 +34,61 @@ check_program() {
   fi
 }
 
-build_packages() {
+compile() {
   cmake --preset package >/dev/null
   cmake --build "$build" --target quillmere -- --quiet
-  rm -rf "$out"
-  # Whatever umask this script was started with, others can read what is in the packages.
-  (umask 077 && cpack --config "$build/CPackConfig.cmake" -B "$out") >"$build/cpack.txt" 2>&1 || {
+}
+
+# run_cpack [ARGUMENT...]: makes the packages, in $out. Whatever umask this script was started with,
+# others can read what is in them.
+run_cpack() (
+  umask 077
+  cpack --config "$build/CPackConfig.cmake" -B "$out" "$@" >"$build/cpack.txt" 2>&1 || {
     cat "$build/cpack.txt"
     fail "cpack failed"
   }
+)
+
+build_packages() {
+  compile
+  rm -rf "$out"
+  run_cpack
   chmod 644 "$out"/*.*
   deb=$(find "$out" -maxdepth 1 -name 'quillmere_*-1_amd64.deb')
   rpm=$(find "$out" -maxdepth 1 -name 'quillmere-*-1.x86_64.rpm')
   archive=$(find "$out" -maxdepth 1 -name 'quillmere-*-linux-x86_64.tar.gz')
   [[ $deb && $rpm && $archive ]] || fail "a package is missing in $out: $(ls "$out")"
+}
+
+# The same sources in another folder, with other times, give the same bytes.
+check_second_build() {
+  local again=$PWD/$build/again package
+  rm -rf "$again"
+  mkdir "$again"
+  tar --create --exclude=./build --exclude=./.cache . | tar --extract --touch --directory "$again"
+  (
+    cd "$again"
+    compile
+    run_cpack
+  )
+  for package in "$deb" "$rpm" "$archive"; do
+    cmp "$package" "$again/$package" || fail "a second build gives another ${package##*/}"
+  done
+}
+
+# Without a repository, the time in the packages is that of the change log's newest entry.
+check_build_without_repository() {
+  local again=$build/again expected
+  expected=$(date --date="$(sed -n '/^ -- /{s/.*>  //p;q}' packaging/debian/changelog)" +%s)
+  rm -rf "$again/.git" "${again:?}/$out"
+  (
+    cd "$again"
+    unset SOURCE_DATE_EPOCH
+    run_cpack -G TGZ
+  )
+  [[ $(tar --list --verbose --full-time --utc --file "$again/$archive" | awk '{print $4, $5}' |
+    sort --unique) == "$(date --utc --date="@$expected" '+%F %T')" ]] ||
+    fail "the packages' time is not that of the change log"
 }
 
 # field NAME: a field of the Debian package.
@@ -66,6 +107,7 @@ check_deb() {
   [[ -z $(field Depends) ]] || fail "the .deb depends on $(field Depends)"
   [[ $(dpkg-deb --contents "$deb" | awk '{print $2}' | sort --unique) == root/root ]] ||
     fail "not everything in the .deb is root's"
+  python3 tests/packages/links_test.py "$unpacked/deb"
   check_program "$unpacked/deb/usr/bin/quillmere"
 }
 
@@ -104,6 +146,7 @@ check_archive() {
   mkdir -p "$unpacked/archive"
   tar --extract --file "$archive" --directory "$unpacked/archive"
   check_contents archive "$unpacked"/archive/quillmere-*
+  python3 tests/packages/links_test.py "$unpacked/archive"
   check_program "$unpacked"/archive/quillmere-*/bin/quillmere
 }
 
@@ -175,7 +218,7 @@ check_install_and_remove() {
   fi
 }
 
-install_missing "${BUILD_PACKAGES[@]}" bash-completion binutils dpkg-dev file gzip lintian man-db \
+install_missing "${BUILD_PACKAGES[@]}" bash-completion binutils dpkg-dev file git gzip lintian man-db \
   python3 rpm zsh
 
 readonly unpacked=$build/unpacked
@@ -183,8 +226,8 @@ echo "==> Building the packages in $out"
 build_packages
 rm -rf "$unpacked"
 mkdir -p "$unpacked"
-for check in check_deb check_lintian check_rpm check_archive check_that_all_agree \
-  check_install_and_remove; do
+for check in check_second_build check_build_without_repository check_deb check_lintian check_rpm \
+  check_archive check_that_all_agree check_install_and_remove; do
   echo "==> $check"
   "$check"
 done

@@ -13,7 +13,7 @@ readonly logs=$PWD/$build/memcheck
 install_missing "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
 
 echo "==> Building the tool for the golden cases in $build"
-cmake --preset release >/dev/null
+cmake --preset release -DQUILLMERE_TESTS=ON >/dev/null
 cmake --build "$build" --target quillmere_golden -- --quiet
 
 echo "==> Running the golden cases under valgrind"

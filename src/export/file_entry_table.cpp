@@ -23,7 +23,7 @@ constexpr std::string_view kEmptyArray = "\"\"";
 // past what it is to copy, so what is read and what is written has that much room behind its end.
 using Block = __m128i;
 constexpr std::size_t kBlockSize = sizeof(Block);  // bytes
-constexpr std::size_t kGroupSize = 64;
+constexpr std::size_t kGroupSize = PackedText::kRoom;
 
 Block LoadBlock(const char* from) {
   return _mm_loadu_si128(reinterpret_cast<const Block*>(from));
@@ -228,12 +228,38 @@ char* RemoveEmptyFields(char* begin, char* end) {
 
 }  // namespace
 
+void FileEntryTable::AddChunk(std::size_t size) {
+  std::size_t capacity = kChunkSize;
+  if (plain_size_ >= packing_.from) {
+    capacity = packing_.piece_size;
+  } else if (chunks_.empty()) {
+    capacity = kFirstChunkSize;
+  }
+  capacity = std::max(capacity, size);
+  chunks_.push_back({std::make_unique_for_overwrite<char[]>(capacity), 0, capacity});
+  PreferHugePages(chunks_.back().text.get(), capacity);
+}
+
+void FileEntryTable::PackLastChunk(std::size_t size) {
+  Chunk& last = chunks_.back();
+  packed_.Append({last.text.get(), last.size});
+  last.size = 0;
+  if (last.capacity < size) {
+    last.text = std::make_unique_for_overwrite<char[]>(size);
+    last.capacity = size;
+  }
+}
+
 char* FileEntryTable::Reserve(std::size_t size) {
-  if (chunks_.empty() || chunks_.back().capacity - chunks_.back().size < size) {
-    const bool is_first = chunks_.empty();
-    const std::size_t capacity = std::max(is_first ? kFirstChunkSize : kChunkSize, size);
-    chunks_.push_back({std::make_unique_for_overwrite<char[]>(capacity), 0, capacity});
-    PreferHugePages(chunks_.back().text.get(), capacity);
+  if (chunks_.empty()) {
+    AddChunk(size);
+  } else if (chunks_.back().capacity - chunks_.back().size < size) {
+    if (plain_size_ >= packing_.from) {
+      PackLastChunk(size);
+    } else {
+      plain_size_ += chunks_.back().size;
+      AddChunk(size);
+    }
   }
   return chunks_.back().text.get() + chunks_.back().size;
 }
@@ -275,8 +301,13 @@ void FileEntryTable::WriteArray(std::ostream& out) const {
     return;
   }
   ArrayWriter writer(&out, entry_count_);
-  for (const Chunk& chunk : chunks_) {
+  const auto write = [&writer](const Chunk& chunk) {
     writer.Write(chunk.text.get(), chunk.text.get() + chunk.size);
-  }
+  };
+  std::for_each(chunks_.begin(), chunks_.end() - 1, write);
+  packed_.ForEach([&writer](std::string_view piece) {
+    writer.Write(piece.data(), piece.data() + piece.size());
+  });
+  write(chunks_.back());
   writer.Finish();
 }

@@ -7,12 +7,24 @@
 #include <string_view>
 #include <vector>
 
+#include "export/packed_text.h"
+
 /// The file entries of one image: eleven text fields each, kept as the text that they were read as.
-/// An image has up to tens of millions of entries, and a tree node for each field would take
-/// twenty times the memory of its text.
+/// An image has up to a hundred million entries, and a tree node for each field would take twenty
+/// times the memory of its text. Beyond half a gigabyte even the text is packed, to a third.
 class FileEntryTable {
  public:
   static constexpr std::size_t kFieldCount = 11;
+
+  /// Which part of the text is packed, and in which pieces. Both in bytes; an entry is never cut.
+  struct Packing {
+    std::size_t from = std::size_t{512} * 1024 * 1024;  ///< so much stays plain, at least
+    /// Packed in the time in which a pipe fills, so that the product need not wait for it.
+    std::size_t piece_size = std::size_t{1024} * 1024;
+  };
+
+  FileEntryTable() : FileEntryTable(Packing()) {}
+  explicit FileEntryTable(const Packing& packing) : packing_(packing) {}
 
   /// Appends the entry on `line`: eleven fields separated by runs of tabs, without a newline or a
   /// zero byte; tabs at either end do not count. Returns false, with the table as it was, when
@@ -39,7 +51,16 @@ class FileEntryTable {
   /// Room for `size` bytes behind the last entry, all in one chunk.
   char* Reserve(std::size_t size);
 
-  std::vector<Chunk> chunks_;
+  /// An empty chunk with room for `size` bytes at the end.
+  void AddChunk(std::size_t size);
+
+  /// Moves the text of the last chunk behind all that is packed, and sees to room for `size` bytes.
+  void PackLastChunk(std::size_t size);
+
+  Packing packing_;
+  std::vector<Chunk> chunks_;  // what is packed stands before the last of them
+  PackedText packed_;
+  std::size_t plain_size_ = 0;  // bytes in chunks that are full
   std::size_t entry_count_ = 0;
 };
 

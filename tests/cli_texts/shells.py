@@ -1,7 +1,9 @@
-"""Shells in which a completion is tried out: called directly, or by keys typed at a terminal."""
+"""Shells in which a completion is tried out, called directly or by keys typed at a terminal, and what
+holds in all of them."""
 
 import fcntl
 import os
+import pathlib
 import pty
 import re
 import select
@@ -10,10 +12,13 @@ import signal
 import struct
 import subprocess
 import sys
+import tempfile
 import termios
 import time
 import unittest
 
+ACTIONS = {"dump_backup", "dump_backup_set", "dump_backup_set_list", "list_backups"}
+ALWAYS = {"--action", "--verbose", "--help", "-h"}
 SKIPPED = 77
 TIMEOUT = 60  # seconds; a shell that takes so long hangs
 
@@ -99,3 +104,92 @@ class TypedShell:
         os.kill(self.process, signal.SIGKILL)
         os.close(self.terminal)
         os.waitpid(self.process, 0)
+
+
+class CompletionTest:
+    """What holds for the completion in any shell. A test case of a shell has besides
+
+    start(directory): the TypedShell, in a directory with some entries;
+    offered(line): the words that are offered for the last word of `line`;
+    listed(shown): those that are listed in what a shell showed after the tab key.
+    """
+
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        directory = pathlib.Path(folder.name)
+        for name in ("out1", "outer", "My Documents"):
+            (directory / name).mkdir()
+        (directory / "outfile").touch()
+        cls.shell = cls.start(directory)
+        cls.addClassCleanup(cls.shell.close)
+
+    def complete(self, line):
+        """The line that the tab key makes of `line`, and what is listed."""
+        line, shown = self.shell.complete(line)
+        return line, {word.rstrip("/") for word in self.listed(shown)}
+
+    def test_the_beginning_of_an_option_becomes_the_option(self):
+        self.assertEqual(self.complete("quillmere --act")[0], "quillmere --action ")
+        self.assertEqual(self.offered("quillmere --c"), {"--client", "--count"})
+
+    def test_only_options_that_the_action_takes_are_offered(self):
+        taken = {
+            "dump_backup_set_list": {"--policy", "--client", "--count", "--output_dir"},
+            "dump_backup_set": {"--policy", "--client", "--time", "--output_dir"},
+            "list_backups": {"--policy", "--client", "--schedule"},
+            "dump_backup": {"--backup_id", "--output_dir"},
+        }
+        for action, options in taken.items():
+            self.assertEqual(self.offered(f"quillmere --action {action} -"), ALWAYS | options)
+        self.assertEqual(self.offered("quillmere -"), ALWAYS.union(*taken.values()))
+        self.assertEqual(self.offered("quillmere "), self.offered("quillmere -"))
+
+    def test_the_value_of_another_option_is_no_action(self):
+        self.assertEqual(self.offered("quillmere --policy dump_backup -"),
+                         self.offered("quillmere -"))
+
+    def test_the_last_action_counts(self):
+        self.assertEqual(self.offered("quillmere --action list_backups --action dump_backup -"),
+                         self.offered("quillmere --action dump_backup -"))
+
+    def test_the_names_of_the_actions_follow_action(self):
+        self.assertEqual(self.offered("quillmere --action "), ACTIONS)
+
+    def test_an_ambiguous_action_is_listed(self):
+        self.assertEqual(self.complete("quillmere --action dump_backup_set"),
+                         ("quillmere --action dump_backup_set",
+                          {"dump_backup_set", "dump_backup_set_list"}))
+
+    def test_a_value_is_no_option_whatever_it_looks_like(self):
+        self.assertIn("--time", self.offered("quillmere --policy --action -"))
+        self.assertEqual(self.offered("quillmere --policy --action d"), set())
+        self.assertEqual(self.offered("quillmere --verbose --action d"), set())
+        self.assertIn("--time", self.offered("quillmere --client --help -"))
+
+    def test_levels_follow_verbose(self):
+        self.assertEqual(self.offered("quillmere --verbose "), {"0", "1", "2", "3"})
+
+    def test_directories_are_listed_and_files_are_not(self):
+        self.assertEqual(self.complete("quillmere --output_dir out"),
+                         ("quillmere --output_dir out", {"out1", "outer"}))
+
+    def test_a_directory_ends_in_a_slash_and_without_a_blank(self):
+        self.assertEqual(self.complete("quillmere --output_dir out1")[0],
+                         "quillmere --output_dir out1/")
+
+    def test_a_blank_in_a_directory_is_quoted(self):
+        self.assertEqual(self.complete("quillmere --output_dir My")[0],
+                         "quillmere --output_dir My\\ Documents/")
+
+    def test_free_text_stays_as_it_is(self):
+        for option in ("--policy", "--client", "--schedule", "--time", "--count", "--backup_id"):
+            for text in ("", "ou", "--act"):
+                line = f"quillmere {option} {text}"
+                self.assertEqual(self.complete(line), (line, set()))
+
+    def test_nothing_follows_help(self):
+        self.assertEqual(self.offered("quillmere --help -"), set())
+        self.assertEqual(self.offered("quillmere -h --a"), set())
+        self.assertEqual(self.offered("quillmere --help x --a"), set())

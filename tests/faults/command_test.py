@@ -65,6 +65,12 @@ class Killed(faults.FaultTest):
         lone_image = lone_image.replace(b"3072", b"1024")
         self.check_run(SET_LIST, stderr=b"Killed\n", stdout=lone_image)
 
+    def test_rec_unfold_at_the_end_of_a_line(self):
+        self.scripts["rec_unfold"] = self.printed_when_killed(ENTRY)
+        self.check_run(
+            IMAGE + self.to_out, stderr=b"Killed\n", files={f"{FIRST}.json": faults.document()}
+        )
+
     def test_rec_unfold_of_the_second_image_in_the_middle(self):
         half = self.printed_when_killed(ENTRY + b"2\t3")
         self.scripts["rec_unfold"] = f"if [ -e {self.out}/{FIRST}.json ]; then\n{half}fi\n" + (
@@ -79,84 +85,54 @@ class Killed(faults.FaultTest):
         )
 
 
-class NotExecutable(faults.FaultTest):
-    """The shell tells why a command does not run; for the tool, it prints nothing."""
+class PrintsNothing(faults.FaultTest):
+    """A command that does not run, and one that only complains, have printed nothing. Standard error
+    of a command is the tool's own, and its status does not count."""
 
-    def check_without(self, command, arguments, *, stderr=b"", **expected):
+    def check_each(self, complaint, stop):
+        """Each command in turn, of each action, complains after `stop` was called with its name."""
+        metadata = self.out / f"{FIRST}.qvmeta.json"
+        for command, arguments, expected in (
+            ("listing", LIST, {}),
+            ("listing", SET_LIST, {"stdout": faults.EMPTY_SET_LIST}),
+            ("listing", SET + self.to_out,
+             {"status": "1", "stderr": b"can't find the backup set.\n"}),
+            ("qvmeta", IMAGE + self.to_out,
+             {"status": "SIGABRT", "files": {metadata.name: b""},
+              "stderr": faults.uncaught_json_error(f"{metadata}(1): expected value")}),
+            ("lookup", IMAGE + self.to_out, {"status": "1", "stderr": COUNT_FAILED}),
+            ("rec_unfold", IMAGE + self.to_out,
+             {"files": {f"{FIRST}.json": faults.DOCUMENT_WITHOUT_ENTRIES}}),
+        ):
+            with self.subTest(command, arguments=arguments):
+                scripts = dict(self.scripts)
+                stop(command)
+                stderr = complaint(command) + expected.pop("stderr", b"")
+                self.check(self.start(arguments), stderr=stderr, **expected)
+                self.scripts = scripts
+                self.install()
+                metadata.unlink(missing_ok=True)
+
+    def test_when_it_is_not_executable(self):
+        def path_of(command):
+            return self.path_of({"listing": "qvroll", "lookup": "qvroll"}.get(command, command))
+
         self.install()
-        self.path_of(command).chmod(0o644)
-        complaint = f"sh: 1: {self.path_of(command)}: Permission denied\n".encode()
-        self.check(self.start(arguments), stderr=complaint + stderr, **expected)
-
-    def test_listing(self):
-        self.check_without("qvroll", LIST)
-
-    def test_listing_of_the_set_list(self):
-        self.check_without("qvroll", SET_LIST, stdout=faults.EMPTY_SET_LIST)
-
-    def test_listing_of_a_set(self):
-        self.check_without(
-            "qvroll", SET + self.to_out, status="1", stderr=b"can't find the backup set.\n"
+        self.check_each(
+            lambda command: f"sh: 1: {path_of(command)}: Permission denied\n".encode(),
+            lambda command: path_of(command).chmod(0o644),
         )
 
-    def test_qvmeta(self):
-        path = self.out / f"{FIRST}.qvmeta.json"
-        self.check_without(
-            "qvmeta",
-            IMAGE + self.to_out,
-            status="SIGABRT",
-            stderr=faults.uncaught_json_error(f"{path}(1): expected value"),
-            files={path.name: b""},
-        )
+    def test_when_it_prints_to_standard_error_only(self):
+        def complain(command):
+            self.scripts[command] = "echo no such thing >&2\nexit 1\n"
+            self.install()
 
-    def test_lookup(self):
-        self.check_without("qvroll", IMAGE + self.to_out, status="1", stderr=COUNT_FAILED)
-
-    def test_rec_unfold(self):
-        self.check_without(
-            "rec_unfold",
-            IMAGE + self.to_out,
-            files={f"{FIRST}.json": faults.DOCUMENT_WITHOUT_ENTRIES},
-        )
+        self.check_each(lambda command: b"no such thing\n", complain)
 
 
 class Complaining(faults.FaultTest):
-    """Standard error of a command is the tool's own, and its status does not count."""
-
-    def check_nothing_printed(self, command, arguments, *, stderr=b"", **expected):
-        self.scripts[command] = "echo no such thing >&2\nexit 1\n"
-        self.check_run(arguments, stderr=b"no such thing\n" + stderr, **expected)
-
-    def test_listing_to_standard_error_only(self):
-        self.check_nothing_printed("listing", LIST)
-
-    def test_listing_of_the_set_list_to_standard_error_only(self):
-        self.check_nothing_printed("listing", SET_LIST, stdout=faults.EMPTY_SET_LIST)
-
-    def test_listing_of_a_set_to_standard_error_only(self):
-        self.check_nothing_printed(
-            "listing", SET + self.to_out, status="1", stderr=b"can't find the backup set.\n"
-        )
-
-    def test_qvmeta_to_standard_error_only(self):
-        path = self.out / f"{FIRST}.qvmeta.json"
-        self.check_nothing_printed(
-            "qvmeta",
-            IMAGE + self.to_out,
-            status="SIGABRT",
-            stderr=faults.uncaught_json_error(f"{path}(1): expected value"),
-            files={path.name: b""},
-        )
-
-    def test_lookup_to_standard_error_only(self):
-        self.check_nothing_printed("lookup", IMAGE + self.to_out, status="1", stderr=COUNT_FAILED)
-
-    def test_rec_unfold_to_standard_error_only(self):
-        self.check_nothing_printed(
-            "rec_unfold",
-            IMAGE + self.to_out,
-            files={f"{FIRST}.json": faults.DOCUMENT_WITHOUT_ENTRIES},
-        )
+    """What a command says and how it ends is nothing to the tool when all of its output is there."""
 
     def test_failure_behind_the_listing_of_the_set_list(self):
         self.scripts["listing"] += "echo failed >&2\nexit 3\n"

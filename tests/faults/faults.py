@@ -14,6 +14,7 @@ import tempfile
 import unittest
 
 OPTIONS = argparse.Namespace()
+SKIPPED = 77
 TIMEOUT = 120  # seconds; a run that takes so long hangs
 
 # In /tmp, where temporary files are without an output directory, no other run has this client.
@@ -167,6 +168,17 @@ class FaultTest(unittest.TestCase):
         if process.poll() is None:
             os.killpg(process.pid, signal.SIGKILL)
             process.wait()
+
+    @staticmethod
+    def read(process, size):
+        """The next `size` bytes that the tool prints, as far as they come."""
+        text = b""
+        while len(text) < size and select.select([process.stdout], [], [], 10)[0]:
+            piece = os.read(process.stdout.fileno(), size - len(text))
+            if not piece:
+                break
+            text += piece
+        return text
 
     def check(self, process, *, status="0", stdout=b"", stderr=b"", files=None):
         """Waits for the tool and its commands, and compares the end of the tool, what it printed,

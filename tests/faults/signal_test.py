@@ -30,8 +30,9 @@ class SignalTest(faults.FaultTest):
     def check_ended(self, arguments, command, *, before=None, left=None, stdout=b"", skipped=""):
         """Ends the tool by each signal, when `command` has printed half of its output.
 
-        The files `before` are there from the start and stay, with those that are `left`. `skipped`
-        is the script of the command where the tool is not to be ended yet."""
+        The files `before` are there from the start and stay, with those that are `left`; `stdout` has
+        been printed by then. `skipped` is the script of the command where the tool is not to be ended
+        yet."""
         before = before or {}
         output = OUTPUTS[command]
         half = self.prints(output[: len(output) // 2])
@@ -46,21 +47,20 @@ class SignalTest(faults.FaultTest):
                 self.install()
                 process = self.start(arguments)
                 gate.wait()
+                self.assertEqual(stdout, self.read(process, len(stdout)))
                 end(process)
                 process.wait(faults.TIMEOUT)
                 gate.open()
-                self.check(
-                    process, status=status, files={**before, **(left or {})}, stdout=stdout
-                )
+                self.check(process, status=status, files={**before, **(left or {})})
 
 
 class AtTheListing(SignalTest):
-    def test_nothing_is_printed(self):
-        self.check_ended(LIST, "listing")
-
-    def test_the_trace_of_the_command_is_printed(self):
+    def test_whole_lines_are_printed(self):
         trace = f"[cmd] {faults.OPTIONS.root}/bin/admincmd/qvroll\n".encode()
-        self.check_ended([*LIST, "--verbose", "1"], "listing", stdout=trace)
+        half = LISTING[: len(LISTING) // 2]
+        lines = half[: half.rindex(b"\n") + 1]
+        self.check_ended(LIST, "listing", stdout=lines)
+        self.check_ended([*LIST, "--verbose", "1"], "listing", stdout=trace + lines)
 
     def test_the_set_list_stays(self):
         self.check_ended(SET_LIST + self.to_out, "listing", before=OLD_SETS)

@@ -79,6 +79,16 @@ class SizeLimit(faults.FaultTest):
                 files={TEMPORARY: METADATA[:size]},
             )
 
+    def test_of_the_blank_end_of_the_metadata(self):
+        self.install()
+        self.check_limited(
+            len(METADATA) - 1,
+            IMAGE + self.to_out,
+            status="SIGABRT",
+            stderr=faults.uncaught_json_error(f"{self.out / TEMPORARY}: write error"),
+            files={TEMPORARY: METADATA[:-1]},
+        )
+
     def test_of_the_metadata_without_output_directory(self):
         self.install()
         path = f"/tmp/{TEMPORARY}"
@@ -103,14 +113,14 @@ class SizeLimit(faults.FaultTest):
     def test_of_a_small_document(self):
         self.install()
         whole = faults.document()
-        for size in (10, 11, 12, len(whole) // 2, len(whole) - 1, len(whole)):
+        for size in (11, 12, len(whole) // 2, len(whole) - 1, len(whole)):
             self.check_document(size, IMAGE, DOCUMENT, whole)
 
     def test_of_a_document_without_entries(self):
         self.scripts["rec_unfold"] = ""
         self.install()
         whole = faults.DOCUMENT_WITHOUT_ENTRIES
-        for size in (10, len(whole) - 1, len(whole)):
+        for size in (11, len(whole) - 1, len(whole)):
             self.check_document(size, IMAGE, DOCUMENT, whole)
 
     def test_of_a_large_document(self):

@@ -1,6 +1,7 @@
 // ReadFileEntries on any bytes, and WriteDocument with the entries that come of them.
 //
-// Settings: o sends the document to a file. And those of every command (see input.h).
+// Settings: o sends the document to a file, p packs the entries in small pieces. And those of every
+// command (see input.h).
 
 #include <algorithm>
 #include <cstdint>
@@ -122,7 +123,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const ptree tree = DocumentTree(Metadata(), entries);
   const std::string document = PlainDocument(tree);
   for (int run = 0; run < 2; ++run) {
-    FileEntryTable table;
+    FileEntryTable table(input.Has('p') ? FileEntryTable::Packing{0, 100}
+                                        : FileEntryTable::Packing());
     ExpectOutcome(RunFed(input, input.text(), [&] { return ReadFileEntries(kPath, &table); }),
                   expected);
     if (expected.succeeded()) {

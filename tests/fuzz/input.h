@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-/// One input of a target that runs a command: settings on its first line, each a single character,
-/// and then the text that the command prints. Every sequence of bytes is an input.
+/// One input: settings on its first line, each a single character, and then the text that the
+/// command prints. Every sequence of bytes is an input.
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t size);

@@ -1,20 +1,20 @@
 #!/usr/bin/env python3
-"""Breaks the product in each way that mutants.txt lists, and sees whether the fast tests notice.
+"""Breaks the product in small ways, and sees whether the tests notice.
 
-Each change is made in a copy of the tree, where quillmere_unit and then the golden cases run until
-one of them is red. A summary for each unit follows, and what survived. The status is 0 when the
-tests caught 98 % and each survivor is explained in the list, 1 otherwise, and 2 when a change could
-not be tried: its fragment is not in the source as listed, the result does not compile, or the tests
-are red without any change.
+A sample is drawn from all changes that mutators.py can make. Each is made in a copy of the tree, which
+is built anew, and the tests run there, the quickest ones first, until one of them is red or does not
+end: the mutant is caught. A change that does not compile, or that the compiler makes the same program
+of, does not count. What survives is printed as a diff. The status is 1 when fewer than --at-least
+mutants were caught, and 2 when the tests are red, or don't build, without any change.
 """
 
 import argparse
 import collections
-import concurrent.futures
+import difflib
 import fnmatch
 import os
 import pathlib
-import queue
+import random
 import re
 import resource
 import shutil
@@ -23,153 +23,97 @@ import subprocess
 import sys
 import time
 
+import mutators
+
 HERE = pathlib.Path(__file__).resolve().parent
 SOURCE = HERE.parent.parent
-REQUIRED = 98  # percent
 GIB = 1 << 30
-ADDRESS_SPACE = 4 * GIB  # a change may make a loop endless; what it fills is bounded
-FILE_SIZE = GIB // 4
-# The suites of a unit are named after its file. These have others besides.
-MORE_SUITES = {
-    "backup_sets": ["SizeText"],
-    "image_list": ["ImageRow"],
-    "metadata": ["UndoublePercents"],
-}
+STAGES = [
+    ["^golden[.]", "quillmere_golden"],
+    ["^fuzz[.]", "fuzz_listing", "fuzz_catalogue_file", "fuzz_file_entries", "fuzz_metadata", "fuzz_command_line"],
+    ["^(faults|e2e)[.]", "all"],
+]  # fmt: skip
 
 
 class Unusable(Exception):
-    """A change cannot be tried."""
+    """Nothing can be said of any mutant."""
 
 
-class Mutant:
-    """One change of one file, and why no test can notice it, if none can."""
-
-    def __init__(self, path, line_number):
-        self.path = path
-        self.line_number = line_number
-        self.parts = {"-": [], "+": [], "=": []}
-        self.which = (1, 1)  # the first of one occurrence
-
-    def explanation(self):
-        return " ".join(self.parts["="])
-
-    def title(self):
-        before, after = (" ".join("\n".join(self.parts[part]).split()) for part in "-+")
-        return f"{self.path}: {before} => {after or '(nothing)'}"
-
-    def problem(self):
-        """Why the list does not fit the source; nothing when it does."""
-        before, after = ("\n".join(self.parts[part]) for part in "-+")
-        number, count = self.which
-        found = (SOURCE / self.path).read_text().count(before) if before else 0
-        if before != after and found == count and 1 <= number <= count:
-            return ""
-        return f"mutants.txt:{self.line_number}: {found} occurrences: {self.title()}"
-
-    def apply(self, text):
-        before, after = ("\n".join(self.parts[part]) for part in "-+")
-        pieces = text.split(before)
-        number = self.which[0]
-        return before.join(pieces[:number]) + after + before.join(pieces[number:])
-
-
-def read_mutants(path):
-    """README.md describes the format."""
-    mutants, file, mutant = [], None, None
-    for number, line in enumerate(path.read_text().split("\n"), 1):
-        mark, rest = line[:1], line[2:]
-        if mark == "@":
-            file, mutant = rest, None
-        elif mark in ("", "#"):
-            mutant = None
-        elif line[1:2] in ("", " ") and mark in "-+=%" and file:
-            if mutant is None:
-                mutant = Mutant(file, number)
-                mutants.append(mutant)
-            if mark == "%":
-                mutant.which = tuple(int(word) for word in re.fullmatch(r"(\d+) of (\d+)", rest).groups())
-            else:
-                mutant.parts[mark].append(rest)
-        else:
-            raise Unusable(f"mutants.txt:{number}: {line!r} is no part of a mutant")
-    return mutants
-
-
-def refresh(copy):
-    """Makes `copy` the tree as it is. A file that stays the same keeps its time, for ninja."""
-    wanted = set()
-    for folder, names, files in os.walk(SOURCE):
-        if pathlib.Path(folder) == SOURCE:
-            names[:] = [name for name in names if name not in ("build", ".git")]
-        for name in files:
-            path = pathlib.Path(folder, name)
-            target = copy / path.relative_to(SOURCE)
-            wanted.add(target)
-            target.parent.mkdir(parents=True, exist_ok=True)
-            if path.is_symlink():  # some lead to devices that never end
-                target.unlink(missing_ok=True)
-                target.symlink_to(os.readlink(path))
-            elif not target.is_file() or target.read_bytes() != path.read_bytes():
-                shutil.copyfile(path, target)
-                shutil.copymode(path, target)
-    for path in copy.rglob("*"):
-        if not path.is_dir() and path not in wanted:
-            path.unlink()
+class Red(Exception):
+    """A stage of the tests has noticed: its number, and what it says."""
 
 
 def limit_resources():
+    """A change may make a loop endless; what it fills is bounded."""
     for what, amount in (
-        (resource.RLIMIT_AS, ADDRESS_SPACE),
-        (resource.RLIMIT_FSIZE, FILE_SIZE),
+        (resource.RLIMIT_AS, 8 * GIB),
+        (resource.RLIMIT_FSIZE, 2 * GIB),
         (resource.RLIMIT_CORE, 0),
     ):
         hard = resource.getrlimit(what)[1]
         resource.setrlimit(what, (amount if hard == -1 else min(amount, hard), hard))
 
 
-class Worker:
+class Copy:
     """A copy of the tree with a build of its own."""
 
-    def __init__(self, folder, processes, seconds):
-        self.tree = folder / "tree"
-        self.build = folder / "build"
-        self.processes = str(processes)
-        self.seconds = seconds  # in which a test program must end; it takes a few
-
-    def prepare(self):
-        refresh(self.tree)
-        # Optimised a little: compiling takes as long, and the tests a third of the time.
-        self.succeed(
+    def __init__(self, options):
+        self.options = options
+        self.tree = options.work.resolve() / "tree"
+        self.build = options.work.resolve() / "build"
+        self.verified = -1  # the tests up to this stage are green without a change
+        self.refresh()
+        # Optimised, so that more of what means the same becomes the same program.
+        self.make(
             ["cmake", "-G", "Ninja", "-S", self.tree, "-B", self.build, "-DCMAKE_BUILD_TYPE=Debug"]
-            + ["-DCMAKE_CXX_FLAGS=-O1 -g0 -D_GLIBCXX_ASSERTIONS"]
-            + [f"-DPython3_EXECUTABLE={sys.executable}"]
+            + ["-DCMAKE_CXX_FLAGS=-O2 -g0 -D_GLIBCXX_ASSERTIONS"]
             # Else a program that cannot list its tests counts as not built.
             + ["-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST"]
         )
-        self.compile("quillmere_unit", "quillmere_golden")
-        red = self.red_test("*")
-        if red:
-            raise Unusable(f"red without any change: {red}")
+        self.verify(0)
+        self.original_program = self.unit_program().read_bytes()
 
-    def succeed(self, command):
+    def refresh(self):
+        """Makes the copy the tree as it is. A file that stays the same keeps its time, for ninja."""
+        wanted = set()
+        for folder, names, files in os.walk(SOURCE):
+            if pathlib.Path(folder) == SOURCE:
+                names[:] = [name for name in names if name not in ("build", ".git")]
+            for path in (pathlib.Path(folder, name) for name in files):
+                target = self.tree / path.relative_to(SOURCE)
+                wanted.add(target)
+                target.parent.mkdir(parents=True, exist_ok=True)
+                if path.is_symlink():  # some lead to devices that never end
+                    target.unlink(missing_ok=True)
+                    target.symlink_to(os.readlink(path))
+                elif not target.is_file() or target.read_bytes() != path.read_bytes():
+                    shutil.copyfile(path, target)
+                    shutil.copymode(path, target)
+        for path in self.tree.rglob("*"):
+            if not path.is_dir() and path not in wanted:
+                path.unlink()
+
+    def unit_program(self):
+        return next(path for path in self.build.rglob(self.options.unit) if path.is_file())
+
+    def make(self, command):
         done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
         if done.returncode != 0:
             raise Unusable(done.stdout.decode(errors="replace")[-4000:])
 
-    def compile(self, *targets):
-        self.succeed(["ninja", "-C", self.build, "-j", self.processes, *targets])
+    def make_targets(self, *targets):
+        self.make(["ninja", "-C", self.build, "-j", str(self.options.jobs), *targets])
 
-    def test(self, command, seconds):
-        """Returns the output if the tests are red, "hangs" if they don't end, else nothing."""
+    def test(self, stage, command, seconds):
+        """Raises Red when the tests are red or don't end."""
         process = subprocess.Popen(
             command, cwd=self.build, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
             stderr=subprocess.STDOUT, start_new_session=True, preexec_fn=limit_resources,
         )  # fmt: skip
         try:
             output = process.communicate(timeout=seconds)[0].decode(errors="replace")
-            return output or "ends without a word" if process.returncode != 0 else ""
         except subprocess.TimeoutExpired:
-            return "hangs"
+            raise Red(stage, "hangs") from None
         finally:
             # A process group of its own, so that what it started ends too.
             try:
@@ -177,130 +121,144 @@ class Worker:
             except ProcessLookupError:
                 pass
             process.communicate()
+        if process.returncode != 0:
+            found = re.search(r"^\[  FAILED  \] (\S+)|(\S+) [ .]*\*\*\*", output, re.MULTILINE)
+            raise Red(stage, found[1] or found[2] if found else f"status {process.returncode}")
 
-    def unit_tests(self, choice):
-        program = self.build / "tests/unit/quillmere_unit"
-        command = [program, "--gtest_fail_fast", "--gtest_brief=1", f"--gtest_filter={choice}"]
-        output = self.test(command, self.seconds)
-        found = re.search(r"^\[  FAILED  \] (\S+)", output, re.M)
-        return found[1] if found else output[-200:]
+    def run_tests(self, last_stage):
+        """Builds and runs one stage after another. The unit tests, which come first, are built."""
+        limit = self.options.limit
+        self.test(0, [self.unit_program(), "--gtest_fail_fast", "--gtest_brief=1"], limit)
+        for number, (regex, *targets) in enumerate(self.options.stage[:last_stage], 1):
+            self.make_targets(*targets)
+            command = ["ctest", "-R", regex, "-j", str(self.options.jobs), "--stop-on-failure"]
+            self.test(number, command + ["--timeout", str(limit), "--no-tests=error"], 4 * limit)
 
-    def golden_cases(self):
-        command = ["ctest", "-j", self.processes, "-R", "^golden[.]", "--stop-on-failure"]
-        output = self.test(command + ["--no-tests=error"], 20 * self.seconds)
-        found = re.search(r"(golden\S+) [ .]*\*\*\*", output)
-        return found[1] if found else output[-200:]
-
-    def red_test(self, suites):
-        """The first red test, the nearest ones first; "" when all are green."""
-        red = self.unit_tests(suites)
-        if not red and suites != "*":
-            red = self.unit_tests(f"*-{suites}")
-        if not red:
-            self.compile("quillmere_golden")
-            red = self.golden_cases()
-        return red
+    def verify(self, stage):
+        """Sees that the tests up to this stage are green without a change."""
+        if stage > self.verified:
+            self.make_targets(self.options.unit)
+            try:
+                self.run_tests(stage)
+            except Red as red:
+                raise Unusable(f"red without any change: {red.args[1]}") from None
+            self.verified = stage
 
     def try_out(self, mutant):
+        """Returns what has caught the mutant, "" when nothing has, and None when it does not count."""
         path = self.tree / mutant.path
         original = path.read_text()
-        stem = path.stem
-        names = [stem.title().replace("_", "")] + MORE_SUITES.get(stem, [])
         path.write_text(mutant.apply(original))
+        red = None
         try:
-            self.compile("quillmere_unit")
-            return self.red_test(":".join(f"{name}*.*" for name in names))
+            try:
+                self.make_targets(self.options.unit)
+            except Unusable:
+                return None
+            if self.unit_program().read_bytes() == self.original_program:
+                return None
+            self.run_tests(len(self.options.stage))
+        except Red as caught:
+            red = caught
         finally:
             path.write_text(original)
+        if red is None:
+            self.verified = len(self.options.stage)
+            return ""
+        self.verify(red.args[0])
+        return red.args[1]
 
 
-def work(worker, files, report, unusable):
-    """Tries out the mutants of one file after another, so that little is compiled anew."""
-    worker.prepare()
-    while True:
-        try:
-            mutants = files.get_nowait()
-        except queue.Empty:
-            return
-        for mutant in mutants:
+def all_mutants(patterns):
+    """The mutants of all C++ files whose paths match one of the patterns, but for those in lines that
+    costs.txt describes."""
+    rows = [re.split(r" {2,}", line)[0] for line in (HERE / "costs.txt").read_text().splitlines()]
+    costs = re.compile("|".join(f"(?:{row})" for row in rows if row and not row.startswith("#")))
+    mutants = []
+    for folder, names, files in os.walk(SOURCE):
+        if pathlib.Path(folder) == SOURCE:
+            names[:] = [name for name in names if name not in ("build", ".git")]
+        names.sort()
+        for path in sorted(pathlib.Path(folder, name) for name in files if name.endswith((".cpp", ".h"))):
+            name = path.relative_to(SOURCE).as_posix()
+            if any(fnmatch.fnmatch(name, pattern) for pattern in patterns):
+                text = path.read_text()
+                mutants += [mutant for mutant in mutators.mutants_of(name, text)
+                            if not costs.search(mutant.line_of(text))]  # fmt: skip
+    return mutants
+
+
+def shuffled(mutants, seed):
+    """Each mutant has a place of its own, so that a change elsewhere leaves most of a sample as it is."""
+    seen = collections.Counter()
+    places = {}
+    for mutant in mutants:
+        text = (SOURCE / mutant.path).read_text()
+        column = mutant.begin - text.rfind("\n", 0, mutant.begin)
+        change = f"{seed} {mutant.path} {mutant.line_of(text)} {column} {mutant.replacement}"
+        seen[change] += 1  # the same line may come again
+        places[mutant] = random.Random(f"{change} {seen[change]}").random()
+    return sorted(mutants, key=places.get)
+
+
+def diff(mutant):
+    text = (SOURCE / mutant.path).read_text()
+    lines = [each.splitlines(keepends=True) for each in (text, mutant.apply(text))]
+    return "".join(difflib.unified_diff(*lines, mutant.path, mutant.path, n=1))
+
+
+def title(mutant):
+    text = (SOURCE / mutant.path).read_text()
+    before, after = (" ".join(part.split()) for part in (text[mutant.begin : mutant.end], mutant.replacement))
+    return f"{mutant.path}:{text.count(chr(10), 0, mutant.begin) + 1}: {before} => {after or '(nothing)'}"
+
+
+def try_sample(copy, mutants, count):
+    """Tries out the first `count` mutants that count; returns those that survived, and their number."""
+    tried, survivors, position = 0, [], 0
+    while tried < count and position < len(mutants):
+        # File by file, so that little is built twice.
+        batch = sorted(mutants[position : position + count - tried], key=lambda mutant: mutant.path)
+        position += len(batch)
+        for mutant in batch:
             start = time.monotonic()
-            try:
-                report(mutant, worker.try_out(mutant), time.monotonic() - start)
-            except Unusable as reason:
-                unusable.append(f"{mutant.title()}\n{reason}")
-
-
-def summarise(results):
-    """Prints the table and the survivors; returns whether that is good enough."""
-    units = collections.defaultdict(lambda: [0, 0])
-    for mutant, red in results:
-        unit = os.path.splitext(mutant.path)[0]
-        units[unit][0] += 1
-        units[unit][1] += bool(red)
-    print(f"\n{'unit':32} mutants caught survived")
-    for unit, (count, caught) in sorted(units.items()):
-        print(f"{unit:32} {count:7} {caught:6} {count - caught:8}")
-    caught = sum(bool(red) for _, red in results)
-    print(f"{'all':32} {len(results):7} {caught:6} {len(results) - caught:8}")
-    good = 100 * caught >= REQUIRED * len(results)
-    for mutant, red in results:
-        why = mutant.explanation()
-        if not red:
-            print(f"survived: {mutant.title()}\n    {why or 'unexplained: a test is missing'}")
-        elif why:
-            print(f"caught, so the explanation is wrong: {mutant.title()}\n    by {red}")
-        good = good and bool(red) != bool(why)
-    return good
+            red = copy.try_out(mutant)
+            if red is None:
+                continue
+            tried += 1
+            if not red:
+                survivors.append(mutant)
+            seconds = time.monotonic() - start
+            print(f"{tried}/{count} {seconds:.0f} s  {title(mutant)}  [{red or 'SURVIVED'}]", flush=True)
+    return tried, survivors
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.partition("\n")[0])
-    parser.add_argument("--unit", default="*", metavar="PATTERN", help="such as src/export/*")
-    parser.add_argument("--jobs", type=int, default=2, help="copies that are worked on at once")
-    parser.add_argument("--list", action="store_true", help="only print the mutants that apply")
-    parser.add_argument("--work", type=pathlib.Path, default=SOURCE / "build/mutation",
-                        help="where the copies stay for the next time")  # fmt: skip
-    parser.add_argument("--timeout", type=int, default=90, metavar="SECONDS",
-                        help="in which the unit tests must end; the golden cases get 20 times as long")  # fmt: skip
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawTextHelpFormatter)
+    parser.add_argument("--seed", type=int, default=1, help="the same one draws the same sample")
+    parser.add_argument("--sample", type=int, default=20, help="mutants that are tried out")
+    parser.add_argument("--at-least", type=int, default=0, metavar="N", help="mutants that must be caught")
+    parser.add_argument("--files", nargs="+", default=["src/*"], metavar="GLOB", help="what is broken")
+    parser.add_argument("--unit", default="quillmere_unit", metavar="PROGRAM",
+                        help="a GoogleTest program with all of these files, which runs first")  # fmt: skip
+    parser.add_argument("--stage", nargs="+", action="append", metavar=("REGEX", "TARGET"),
+                        help="tests of ctest that run next, and what is built for them; may come again")  # fmt: skip
+    parser.add_argument("--limit", type=int, default=60, metavar="SECONDS",
+                        help="in which the unit tests, and each test of ctest, must end; a stage gets 4 times that")  # fmt: skip
+    parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="processes at once")
+    parser.add_argument("--work", type=pathlib.Path, default=SOURCE / "build/mutants",
+                        help="where the copy stays, which makes the next run start sooner")  # fmt: skip
     options = parser.parse_args()
+    options.stage = options.stage or STAGES
 
-    mutants = read_mutants(HERE / "mutants.txt")
-    stale = [problem for mutant in mutants if (problem := mutant.problem())]
-    if stale:
-        raise Unusable("\n".join(stale))
-    mutants = [mutant for mutant in mutants if fnmatch.fnmatch(mutant.path, options.unit)]
-    if not mutants:
-        raise Unusable(f"no mutant of {options.unit}")
-    if options.list:
-        print("\n".join(mutant.title() for mutant in mutants))
-        return True
-
-    os.nice(10)
-    by_file = collections.defaultdict(list)
-    for mutant in mutants:
-        by_file[mutant.path].append(mutant)
-    files = queue.SimpleQueue()
-    for group in sorted(by_file.values(), key=len, reverse=True):
-        files.put(group)
-    results, unusable = [], []
-
-    def report(mutant, red, seconds):
-        results.append((mutant, red))
-        end = red.strip().split("\n")[-1] if red else "SURVIVED"
-        print(f"{len(results)}/{len(mutants)} {seconds:.0f} s  {mutant.title()}  [{end}]", flush=True)
-
-    processes = max(1, (os.cpu_count() or 1) // options.jobs)
-    with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
-        workers = [
-            Worker(options.work.resolve() / str(i), processes, options.timeout) for i in range(options.jobs)
-        ]
-        running = [pool.submit(work, worker, files, report, unusable) for worker in workers]
-        for future in running:
-            future.result()
-    good = summarise(results)
-    if unusable:
-        raise Unusable("\n".join(unusable))
-    return good
+    mutants = all_mutants(options.files)
+    print(f"{len(mutants)} mutants, of which {options.sample} are tried out", flush=True)
+    tried, survivors = try_sample(Copy(options), shuffled(mutants, options.seed), options.sample)
+    for mutant in survivors:
+        print(f"\nsurvived:\n{diff(mutant)}", end="")
+    caught = tried - len(survivors)
+    print(f"\n{caught} of {tried} mutants were caught; {options.at_least} have to be.")
+    return caught >= options.at_least
 
 
 if __name__ == "__main__":

@@ -45,13 +45,6 @@ command_that_prints() {
 
 echo "==> Nothing but the program"
 cp "$program" "$root/quillmere"
-readonly usage='Usage:
-quillmere --action dump_backup_set_list [--policy <policy>] [--client <client>] [--count <count>] [--output_dir <output_dir>]
-quillmere --action dump_backup_set[--policy <policy>] [--client <client>] --time <time> --output_dir <output_dir>
-quillmere --action list_backups [--policy <policy>] [--client <client>] [--schedule <schedule>]
-quillmere --action dump_backup --backup_id <backup_id> [--output_dir <output_dir>]'
-expect 0 "$usage" '' --help
-expect 1 "$usage" ''
 expect 1 '' 'unknown action value: x' --action x
 
 echo "==> No shell to start a command with"

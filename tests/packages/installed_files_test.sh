@@ -15,6 +15,7 @@ chmod 755 "$folder"
 umask 022
 "$cmake" --install "$build" --prefix "$folder" >/dev/null
 check_contents installed "$folder"
+python3 tests/packages/links_test.py "$folder"
 
 gzip --decompress --stdout "$folder/share/man/man1/quillmere.1.gz" | cmp - man/quillmere.1
 # Bytes 4 to 9 of a gzip file: no name in it, and no time. Otherwise no two builds are the same.

@@ -106,16 +106,56 @@ class Page(unittest.TestCase):
         self.assertEqual(SET_LIST.problems(self.set_list.encode()), [])
         self.assertEqual(IMAGE.problems(self.image.encode()), [])
 
+    def run_shell(self, lines):
+        """Runs shell lines of the page; returns their status and the last line of what they say."""
+        tools = self.directory / "tools"
+        if not tools.exists():
+            tools.mkdir()
+            (tools / "quillmere").symlink_to(OPTIONS.program)
+        ended = subprocess.run(
+            ["sh", "-c", lines], cwd=self.directory, capture_output=True, text=True, check=False,
+            env=dict(os.environ, PATH=f"{tools}:{os.environ['PATH']}"))
+        self.assertEqual(ended.stdout, "")
+        return ended.returncode, ended.stderr.rpartition("\n")[0].rpartition("\n")[2]
+
+    def exported(self):
+        """The sets that stand under their names, with the names of their documents."""
+        return {path.name: os.listdir(path) for path in self.directory.glob("alpha_*")}
+
+    def replace_rec_unfold(self, script):
+        """Until the test ends, a shell script is in its place, where `rec_unfold.real` runs it;
+        without a script, nothing is."""
+        command = pathlib.Path(OPTIONS.root) / "bin/rec_unfold"
+        real = command.rename(f"{command}.real")
+        self.addCleanup(real.rename, command)
+        if script:
+            command.write_text(script, encoding="ascii")
+            command.chmod(0o755)
+
     def test_its_shell_lines_export_a_set_under_its_name(self):
         (lines,) = examples("sh")
-        (self.directory / "quillmere").symlink_to(OPTIONS.program)
-        environment = dict(os.environ, PATH=f"{self.directory}:{os.environ['PATH']}")
         for status in (0, 1):  # the second time there is a set of this name
-            ended = subprocess.run(["sh", "-c", lines], cwd=self.directory, env=environment,
-                                   stderr=subprocess.DEVNULL, check=False)
-            self.assertEqual(ended.returncode, status)
-            self.assertEqual(os.listdir(self.directory / "alpha_1500269921"),
-                             ["alpha_1500262113.json"])
+            self.assertEqual(self.run_shell(lines)[0], status)
+            self.assertEqual(self.exported(), {"alpha_1500269921": ["alpha_1500262113.json"]})
+
+    def test_its_shell_lines_export_nothing_that_the_product_complained_about(self):
+        (lines,) = examples("sh")
+        self.replace_rec_unfold(None)
+        status, complaint = self.run_shell(lines)
+        self.assertEqual(status, 1)
+        self.assertRegex(complaint, r"rec_unfold: not found$")
+        self.assertEqual(self.exported(), {})
+
+    def test_a_complaint_that_is_known_is_let_pass_and_no_other(self):
+        (lines,) = examples("sh")
+        (exception,) = re.findall(r"`(! grep -vxF .*?)`", PAGE)
+        lines = re.sub(r"! grep '' .*(?= &&)", exception, lines)
+        self.replace_rec_unfold("#!/bin/sh\necho the line, or another >&2\nexec $0.real \"$@\"\n")
+        self.assertEqual(self.run_shell(lines), (1, "the line, or another"))
+        self.assertEqual(self.exported(), {})
+        lines = lines.replace("the line", "the line, or another")
+        self.assertEqual(self.run_shell(lines), (0, ""))
+        self.assertEqual(self.exported(), {"alpha_1500269921": ["alpha_1500262113.json"]})
 
     def test_its_python_lines_read_the_bytes_of_all_paths(self):
         (lines,) = examples("python")

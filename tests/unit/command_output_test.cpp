@@ -1,8 +1,10 @@
 #include "host/command_output.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -314,6 +316,75 @@ TEST(CommandOutput, AManyTimesFilledPipeArrivesWhole) {
   });
   EXPECT_EQ(lines, 300U);
   EXPECT_EQ(bytes, 300U * 10001U);
+}
+
+/// How many lines had been read each time that more of the output was waited for.
+std::vector<std::size_t> WaitsOf(const std::string& output) {
+  static std::vector<std::size_t> waits;
+  static std::size_t lines;
+  waits.clear();
+  lines = 0;
+  FakeHost host;
+  host.Prints(output);
+  host.Run([&] {
+    CommandOutput::OnWait([](int) { waits.push_back(lines); });
+    CommandOutput command("x");
+    while (command.ReadLine()) {
+      ++lines;
+    }
+    CommandOutput::OnWait([](int) { std::cout.flush(); });
+  });
+  return waits;
+}
+
+TEST(CommandOutput, MoreIsWaitedForOnlyBehindTheLastWholeLine) {
+  EXPECT_THAT(WaitsOf(""), ElementsAre(0));
+  EXPECT_THAT(WaitsOf("one\ntwo\n"), ElementsAre(0, 2));
+  EXPECT_THAT(WaitsOf("one\nunfinished"), ElementsAre(0, 1, 2));
+  // 262,144 bytes are read at a time: 2,621 lines and 44 bytes, then 2,621 and 88 bytes more.
+  std::string lines;
+  for (int i = 0; i < 5243; ++i) {
+    lines += std::string(99, 'x') + '\n';
+  }
+  EXPECT_THAT(WaitsOf(lines), ElementsAre(0, 2621, 5242, 5243));
+}
+
+TEST(CommandOutput, TheDescriptorThatIsWaitedForIsThePipe) {
+  static int pipe;
+  FakeHost host;
+  host.Prints("text");
+  host.Run([&] {
+    CommandOutput::OnWait([](int descriptor) { pipe = descriptor; });
+    CommandOutput("x").ReadLine();
+    CommandOutput::OnWait([](int) { std::cout.flush(); });
+    EXPECT_EQ(fcntl(pipe, F_GETFD), -1);  // closed since
+  });
+  EXPECT_GT(pipe, STDERR_FILENO);
+}
+
+TEST(CommandOutput, WhatIsHeldBackIsWrittenBeforeMoreIsWaitedFor) {
+  FakeHost host;
+  host.LeavesToTheShell().Prints("");
+  const Outcome outcome = host.Run([] {
+    CommandOutput command("echo one; echo two");
+    std::cout << "held back";
+    EXPECT_TRUE(command.ReadLine());
+    CommandOutput("look");
+  });
+  EXPECT_EQ(outcome.out_at_start.at(1), "held back");
+}
+
+TEST(CommandOutput, TellsHowTheLastCommandEnded) {
+  FakeHost host;
+  host.Prints("", 3).Prints("").Prints("");
+  host.Run([] {
+    CommandOutput("a").Pclose();
+    EXPECT_EQ(CommandOutput::last_status(), 3 << 8);
+    CommandOutput("b").Fclose();
+    EXPECT_EQ(CommandOutput::last_status(), -1);
+    { const CommandOutput command("c"); }
+    EXPECT_EQ(CommandOutput::last_status(), 0);
+  });
 }
 
 }  // namespace

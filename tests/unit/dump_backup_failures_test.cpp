@@ -1,6 +1,6 @@
 #include <unistd.h>
 
-#include <cstdio>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <typeinfo>
@@ -36,14 +36,31 @@ struct Export {
   std::string document;
 };
 
-/// A failure that the function reports leaves the earlier document and no other file.
-void ExpectFailure(const Export& failed, const std::string& message) {
-  EXPECT_EQ(failed.outcome.thrown, std::nullopt);
-  EXPECT_EQ(failed.outcome.status, 1);
-  EXPECT_EQ(failed.outcome.out, "");
-  EXPECT_EQ(failed.outcome.err, message);
-  EXPECT_EQ(failed.document, "before");
-  EXPECT_THAT(failed.directory.FileNames(), ElementsAre("a_1600.json"));
+TEST(DumpBackupFailures, TheEarlierDocumentStaysAndNoOtherFile) {
+  const struct {
+    std::function<void(FakeHost*)> product;  // behind the metadata
+    const char* message;
+  } failures[] = {
+      {[](FakeHost* host) { host->Refuses(); }, "run command qvroll failed.\n"},
+      {[](FakeHost* host) { host->Prints("1\n2\nname\n"); }, "parse output of qvroll failed.\n"},
+      {[](FakeHost* host) { host->Prints("1\n2\n"); },
+       "parse output of qvrolle failed. output lines is not the same as expected.\n"},
+      {[](FakeHost* host) { host->Prints(kLookUp).Refuses(); }, "run command rec_unfold failed.\n"},
+      {[](FakeHost* host) { host->Prints(kLookUp).Prints(std::string(kEntry) + "too\tfew\n"); },
+       "parse output failed. token size mismatch\n"},
+  };
+  for (const auto& failure : failures) {
+    FakeHost host;
+    host.Prints("{}");
+    failure.product(&host);
+    const Export failed(&host);
+    EXPECT_EQ(failed.outcome.thrown, std::nullopt);
+    EXPECT_EQ(failed.outcome.status, 1);
+    EXPECT_EQ(failed.outcome.out, "");
+    EXPECT_EQ(failed.outcome.err, failure.message);
+    EXPECT_EQ(failed.document, "before");
+    EXPECT_THAT(failed.directory.FileNames(), ElementsAre("a_1600.json"));
+  }
 }
 
 TEST(DumpBackupFailures, AnIdWithoutAnUnderscoreFailsBeforeAnythingElse) {
@@ -73,85 +90,6 @@ TEST(DumpBackupFailures, ATimeOfLessThanFourCharactersThrowsBeforeAnythingElse) 
     EXPECT_THAT(outcome.steps, IsEmpty());
     EXPECT_THAT(directory.FileNames(), IsEmpty());
   }
-}
-
-TEST(DumpBackupFailures, AMissingDirectoryFails) {
-  const TemporaryDirectory directory;
-  const std::string missing = directory.PathOf("missing");
-  FakeHost host;
-  const Outcome outcome = host.Run([&] { return dump_backup("a_1600", missing); });
-  EXPECT_EQ(outcome.status, 1);
-  EXPECT_EQ(outcome.err, "fopen() failed. can't create file " + missing + "/a_1600.qvmeta.json\n");
-  EXPECT_THAT(outcome.commands, IsEmpty());
-}
-
-TEST(DumpBackupFailures, RefusedMetadataLeaveAnEmptyFile) {
-  FakeHost host;
-  host.Refuses();
-  const Export failed(&host);
-  EXPECT_EQ(failed.outcome.status, 1);
-  EXPECT_EQ(failed.outcome.out, "");
-  EXPECT_EQ(failed.outcome.err, "run command qvmeta failed.\n");
-  EXPECT_EQ(failed.document, "before");
-  EXPECT_THAT(failed.directory.FileNames(), ElementsAre("a_1600.json", "a_1600.qvmeta.json"));
-  EXPECT_EQ(ReadFile(failed.directory.PathOf("a_1600.qvmeta.json")), "");
-}
-
-TEST(DumpBackupFailures, MetadataThatAreNoJsonStayInTheirFile) {
-  FakeHost host;
-  host.Prints("error: no such image\n");
-  const Export failed(&host);
-  ASSERT_TRUE(failed.outcome.thrown.has_value());
-  EXPECT_EQ(failed.outcome.thrown->what,
-            failed.directory.PathOf("a_1600.qvmeta.json") + "(1): expected value");
-  EXPECT_EQ(failed.outcome.out + failed.outcome.err, "");
-  EXPECT_EQ(failed.document, "before");
-  EXPECT_EQ(ReadFile(failed.directory.PathOf("a_1600.qvmeta.json")), "error: no such image\n");
-  EXPECT_EQ(failed.outcome.commands.size(), 1U);
-}
-
-TEST(DumpBackupFailures, ARefusedLookUpFails) {
-  FakeHost host;
-  host.Prints("{}").Refuses();
-  ExpectFailure(Export(&host), "run command qvroll failed.\n");
-}
-
-TEST(DumpBackupFailures, ALookUpWithoutABlankFails) {
-  FakeHost host;
-  host.Prints("{}").Prints("1\n2\nname\n");
-  ExpectFailure(Export(&host), "parse output of qvroll failed.\n");
-}
-
-TEST(DumpBackupFailures, ALookUpOfAnyOtherNumberOfLinesFails) {
-  for (const char* const output : {"", "1\n2\n", "1\n2\nx name\n4\n"}) {
-    FakeHost host;
-    host.Prints("{}").Prints(output);
-    ExpectFailure(Export(&host),
-                  "parse output of qvrolle failed. output lines is not the same as expected.\n");
-  }
-}
-
-TEST(DumpBackupFailures, AMissingNameThrows) {
-  FakeHost host;
-  host.Prints("{}").Prints("1\n2\nx ");
-  const Export failed(&host);
-  ASSERT_TRUE(failed.outcome.thrown.has_value());
-  EXPECT_TRUE(failed.outcome.thrown->type == typeid(std::out_of_range));
-  EXPECT_THAT(failed.outcome.thrown->what, StartsWith("basic_string::erase"));
-  EXPECT_EQ(failed.outcome.err, "");
-  EXPECT_THAT(failed.directory.FileNames(), ElementsAre("a_1600.json"));
-}
-
-TEST(DumpBackupFailures, RefusedEntriesFail) {
-  FakeHost host;
-  host.Prints("{}").Prints(kLookUp).Refuses();
-  ExpectFailure(Export(&host), "run command rec_unfold failed.\n");
-}
-
-TEST(DumpBackupFailures, EntriesOfAnyOtherFieldCountFail) {
-  FakeHost host;
-  host.Prints("{}").Prints(kLookUp).Prints(std::string(kEntry) + kEntry + "too\tfew\n");
-  ExpectFailure(Export(&host), "parse output failed. token size mismatch\n");
 }
 
 TEST(DumpBackupFailures, NothingIsOnStandardOutputAfterAFailure) {
@@ -190,21 +128,6 @@ TEST(DumpBackupFailures, ScalarMetadataAreRefusedBehindTheOpenedDocument) {
       EXPECT_THAT(failed.directory.FileNames(), ElementsAre("a_1600.json"));
     }
   }
-}
-
-TEST(DumpBackupFailures, ADocumentThatCannotBeOpenedIsTheWritersError) {
-  const TemporaryDirectory directory;
-  FakeHost host;
-  host.Prints("{}").Prints(kLookUp).Prints(kEntry).OnStart([&] {
-    // A file stands where the directory was.
-    EXPECT_EQ(rmdir(directory.path().c_str()), 0);
-    WriteFile(directory.path(), "");
-  });
-  const Outcome outcome = host.Run([&] { return dump_backup("a_1600", directory.path()); });
-  ASSERT_TRUE(outcome.thrown.has_value());
-  EXPECT_EQ(outcome.thrown->what, directory.path() + "/a_1600.json: cannot open file");
-  EXPECT_EQ(outcome.err, "");
-  std::remove(directory.path().c_str());
 }
 
 }  // namespace

@@ -69,25 +69,6 @@ TEST(FileEntryTable, WritesTheBytesOfARealTree) {
   ExpectTheBytesOfATree(random.Entries(3000, 50));
 }
 
-TEST(FileEntryTable, OneEntryIsAnArrayOfOne) {
-  EXPECT_EQ(ArrayText(TableOf({{"1", "2", "3", "4", "5", "6", "7", "8", "9", "/a b", "x"}})),
-            "[\n"
-            "        {\n"
-            "            \"filenum\": \"1\",\n"
-            "            \"length\": \"2\",\n"
-            "            \"plength\": \"3\",\n"
-            "            \"dlength\": \"4\",\n"
-            "            \"blknum\": \"5\",\n"
-            "            \"in_image\": \"6\",\n"
-            "            \"raw_partition_sz\": \"7\",\n"
-            "            \"gigabytes\": \"8\",\n"
-            "            \"device_num\": \"9\",\n"
-            "            \"path\": \"\\/a b\",\n"
-            "            \"data\": \"x\"\n"
-            "        }\n"
-            "    ]");
-}
-
 /// Fields with `c` at one place each: at `place` in the first one, then at those behind it.
 Fields WithByte(char c, std::size_t place) {
   Fields fields;
@@ -219,6 +200,22 @@ TEST(FileEntryTable, OutputPiecesMayEndAnywhere) {
   }
 }
 
+TEST(FileEntryTable, AFullPieceHasRoomForTheGroupThatGrowsMost) {
+  // The output is written when a group begins and more than half a mebibyte is there. Here it is
+  // exactly that, and a group of fields of one byte each, with most of the text between them, comes
+  // on top. A sanitizer sees if it does not fit.
+  constexpr std::size_t kPieceSize = 524288;
+  const std::string two = ArrayText(TableOf({Filled("x"), Filled("y")}));
+  const std::size_t left = kPieceSize - (two.rfind("\"filenum\"") + 12);
+  const std::size_t slashes = left % 64;  // whole groups; a slash takes a byte more than it had
+  Fields second = Filled("x");
+  second[0].assign(left - 2 * slashes, 'a').append(slashes, '/');
+  // The second one does not fit into the first chunk and stands at the start of its own.
+  std::vector<Fields> entries = {Filled("x"), second};
+  entries.resize(10, Filled("x"));
+  ExpectTheBytesOfATree(entries);
+}
+
 TEST(FileEntryTable, RunsOfTabsSeparateOnce) {
   RandomText random(3);
   std::vector<Fields> entries;
@@ -285,6 +282,34 @@ TEST(FileEntryTable, CountsItsEntries) {
   EXPECT_EQ(ArrayText(table), "\"\"");
   EXPECT_TRUE(table.Append(LineOf(Filled("x"))));
   EXPECT_EQ(table.size(), 1U);
+}
+
+TEST(FileEntryTable, PackedEntriesAreWrittenLikePlainOnes) {
+  RandomText random(11);
+  std::vector<Fields> entries = random.Entries(2000, 60);
+  entries[500][9] = std::string(100000, 'p') + "/\"\\";
+  entries[501][3] = std::string(70000, 'q');
+  const std::string expected = ArrayTextOfATree(entries);
+  using Packing = FileEntryTable::Packing;
+  for (const Packing& packing : {Packing{0, 0}, Packing{0, 1000}, Packing{1, 65536},
+                                 Packing{65536, 500}, Packing{300000, 100000}}) {
+    SCOPED_TRACE(packing.from);
+    const FileEntryTable table = TableOf(entries, packing);
+    ExpectSameBytes(ArrayText(table), expected);
+    ExpectSameBytes(ArrayText(table), expected);  // packed as before
+  }
+}
+
+TEST(FileEntryTable, RefusedLinesLeavePackedEntriesAlone) {
+  RandomText random(12);
+  FileEntryTable table(FileEntryTable::Packing{0, 200});
+  std::vector<Fields> entries;
+  for (const Fields& fields : random.Entries(200, 30)) {
+    EXPECT_FALSE(table.Append(std::string(random.Number(0, 400), 'x')));
+    ASSERT_TRUE(table.Append(LineOf(fields)));
+    entries.push_back(fields);
+  }
+  ExpectSameBytes(ArrayText(table), ArrayTextOfATree(entries));
 }
 
 TEST(FileEntryTable, WritingChangesNothing) {

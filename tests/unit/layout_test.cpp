@@ -17,14 +17,8 @@ TEST(Layout, EveryPathStandsUnderTheInstallRoot) {
   EXPECT_EQ(path_vkx_db_images, "/usr/ostra/keelhaven/db/images");
   EXPECT_EQ(path_vkx_bin, "/usr/ostra/keelhaven/bin");
   EXPECT_EQ(path_vkx_admincmd, "/usr/ostra/keelhaven/bin/admincmd");
-}
-
-TEST(Layout, CatalogueQueriesAreAdministrativeCommands) {
   EXPECT_EQ(path_qvroll, "/usr/ostra/keelhaven/bin/admincmd/qvroll");
   EXPECT_EQ(path_qvmeta, "/usr/ostra/keelhaven/bin/admincmd/qvmeta");
-}
-
-TEST(Layout, TheCatalogueFileConverterIsNoAdministrativeCommand) {
   EXPECT_EQ(path_rec_unfold, "/usr/ostra/keelhaven/bin/rec_unfold");
 }
 

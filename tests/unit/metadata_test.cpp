@@ -64,7 +64,7 @@ TEST(Metadata, TheTextPassesThroughAFileThatIsGoneAfterwards) {
   EXPECT_EQ(fetch.outcome.out, "");
   EXPECT_EQ(fetch.outcome.err, "");
   EXPECT_THAT(fetch.outcome.steps,
-              ElementsAre("fopen " + fetch.path + " wt", "popen "s + kCommand, "pclose qvmeta",
+              ElementsAre("fopen " + fetch.path + " wte", "popen "s + kCommand, "pclose qvmeta",
                           "fclose " + fetch.path, "unlink " + fetch.path));
   EXPECT_THAT(fetch.directory.FileNames(), IsEmpty());
   ptree expected;
@@ -113,7 +113,7 @@ TEST(Metadata, ARefusedCommandLeavesAnEmptyFile) {
   const Outcome outcome = host.Run([&] { return FetchMetadata("a_1", path, &tree); });
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.out, "[cmd] "s + kCommand + "\n");
-  EXPECT_THAT(outcome.steps, ElementsAre("fopen " + path + " wt", "popen "s + kCommand,
+  EXPECT_THAT(outcome.steps, ElementsAre("fopen " + path + " wte", "popen "s + kCommand,
                                          "stderr run command qvmeta failed.\n", "fclose " + path));
   EXPECT_EQ(ReadFile(path), "");
 }
@@ -131,7 +131,7 @@ TEST(Metadata, TextThatIsNoJsonStaysInTheFile) {
     EXPECT_EQ(fetch.outcome.err, "");
     EXPECT_EQ(ReadFile(fetch.path), output);
     EXPECT_THAT(fetch.outcome.steps,
-                ElementsAre("fopen " + fetch.path + " wt", "popen "s + kCommand, "pclose qvmeta",
+                ElementsAre("fopen " + fetch.path + " wte", "popen "s + kCommand, "pclose qvmeta",
                             "fclose " + fetch.path));
   }
 }

@@ -87,8 +87,8 @@ ptree TreeOf(const std::vector<Fields>& entries) {
   return array;
 }
 
-FileEntryTable TableOf(const std::vector<Fields>& entries) {
-  FileEntryTable table;
+FileEntryTable TableOf(const std::vector<Fields>& entries, const FileEntryTable::Packing& packing) {
+  FileEntryTable table(packing);
   for (const Fields& fields : entries) {
     EXPECT_TRUE(table.Append(LineOf(fields)));
   }

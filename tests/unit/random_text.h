@@ -50,6 +50,7 @@ boost::property_tree::ptree TreeOf(const Fields& fields);
 boost::property_tree::ptree TreeOf(const std::vector<Fields>& entries);
 
 /// The table that holds `entries`.
-FileEntryTable TableOf(const std::vector<Fields>& entries);
+FileEntryTable TableOf(const std::vector<Fields>& entries,
+                       const FileEntryTable::Packing& packing = {});
 
 #endif  // QUILLMERE_TESTS_UNIT_RANDOM_TEXT_H_

@@ -1,0 +1,112 @@
+#!/usr/bin/env python3
+"""What the README and the manual page show of a shell happens like that, on the demo's catalogue."""
+
+import argparse
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.append(str(ROOT / "tests/e2e"))
+from host_product import make_catalogue
+
+OPTIONS = argparse.Namespace()
+# Complaints of commands that are shown although this catalogue has nothing for them.
+NOT_IN_THE_CATALOGUE = {"""quillmere --action list_backups --policy "'R&D daily'\"""":
+                        "qvroll: no image matches\n"}
+
+
+def blocks_of_readme():
+    text = (ROOT / "README.md").read_text(encoding="utf-8")
+    blocks = re.findall(r"(?<=\n\n)(?: {4}.*\n)+(?=\n)", text)
+    return [re.sub("^ {4}", "", block, flags=re.MULTILINE) for block in blocks if "    $ " in block]
+
+
+def blocks_of_manual_page():
+    text = (ROOT / "man/quillmere.1").read_text(encoding="ascii")
+    blocks = re.findall(r"^\.Bd -literal.*\n((?:.*\n)*?)\.Ed$", text, re.MULTILINE)
+    return [block.replace(r"\e", "\\") for block in blocks]
+
+
+def commands(block):
+    """The commands of a block, as (command, what it prints)."""
+    return re.findall(r"^\$ ((?:.*[\\|]\n)*.*)\n((?:(?!\$ ).*\n)*)", block, re.MULTILINE)
+
+
+class Console(unittest.TestCase):
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.directory = pathlib.Path(directory.name)
+        self.script("quillmere", f'exec {OPTIONS.program} "$@"')
+        make_catalogue(OPTIONS.generator, OPTIONS.root, **demo_catalogue())
+
+    def script(self, name, line):
+        """Makes a command for the shell."""
+        path = self.directory / "tools" / name
+        path.parent.mkdir(exist_ok=True)
+        path.write_text(f"#!/bin/sh\n{line}\n", encoding="utf-8")
+        path.chmod(0o755)
+
+    def shell(self, lines):
+        """Runs lines in which the test's directory stands for /srv; returns the status, standard
+        output and standard error."""
+        path = f"{self.directory}/tools:{os.environ['PATH']}"
+        ended = subprocess.run(["sh", "-c", lines.replace("/srv", str(self.directory))],
+                               cwd=self.directory, env=os.environ | {"PATH": path},
+                               capture_output=True, text=True, check=False)
+        return ended.returncode, ended.stdout, ended.stderr
+
+    def assert_happens(self, blocks):
+        for command, expected in (pair for block in blocks for pair in commands(block)):
+            with self.subTest(command):
+                status, output, complaint = self.shell(command)
+                self.assertEqual((status, complaint), (0, NOT_IN_THE_CATALOGUE.get(command, "")))
+                if command.startswith("ls "):  # in columns, where there is a terminal
+                    self.assertEqual(output.split(), expected.split())
+                elif expected:
+                    self.assertEqual(output, expected)
+
+    def test_of_the_readme(self):
+        blocks = blocks_of_readme()
+        self.assertEqual(len(blocks), 1)
+        self.assert_happens(blocks)
+
+    def test_of_the_manual_page(self):
+        blocks = [block for block in blocks_of_manual_page() if block.startswith("$")]
+        self.assertEqual(len(blocks), 6)
+        self.assert_happens(blocks)
+
+    def test_the_manual_page_reads_the_paths_of_an_image_without_entries(self):
+        ((command, _),) = [pair for block in blocks_of_manual_page() for pair in commands(block)
+                           if "jq" in pair[0]]
+        parent = re.sub(r"alpha_\d+", "alpha_1500197001", command)
+        self.assertEqual(self.shell(parent), (0, "", ""))
+
+    def test_the_manual_page_uses_a_set_list_only_if_nobody_complained(self):
+        (lines,) = [block for block in blocks_of_manual_page() if "consume" in block]
+        (self.directory / "export").mkdir()
+        self.script("consume", 'head -n 2 "$1"')
+        self.assertEqual(self.shell(lines), (0, '{\n    "backup_sets": [\n', ""))
+        (pathlib.Path(OPTIONS.root) / "bin/admincmd/qvroll").unlink()
+        self.assertEqual(self.shell(lines), (0, "", ""))
+
+
+def demo_catalogue():
+    """The options that the demo makes its catalogue with."""
+    (line,) = re.findall(r"make_catalogue\" --root \S+ (--seed (?:.*\\\n)?.*)",
+                         (ROOT / "scripts/demo.sh").read_text(encoding="ascii"))
+    return dict(re.findall(r"--(\S+) (\d+)", line))
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--program", required=True, type=pathlib.Path, help="the tool")
+    parser.add_argument("--root", required=True, help="the install root that it was built for")
+    parser.add_argument("--generator", required=True, help="make_catalogue of the stand-in")
+    parser.parse_args(namespace=OPTIONS)
+    unittest.main(argv=sys.argv[:1])
