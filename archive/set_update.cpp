@@ -27,6 +27,9 @@ class SeriesUpdate {
     for (const BackupSet* const set : sets) {
       Take(*set);
     }
+    if (!changed_.empty()) {
+      WriteChanged();
+    }
     if (directory_) {
       RemoveSuperseded();
     }
@@ -59,12 +62,16 @@ class SeriesUpdate {
     if (directory_ && directory_->Read(name) == text) {
       return;
     }
+    changed_.push_back({name, text});
+  }
+
+  void WriteChanged() {
     if (!directory_) {
       directory_ = store_.FindSeries(client_, policy_, schedule_, true);
     }
-    store_.PutSet(*directory_, name, text);
+    store_.PutSets(*directory_, changed_);
+    counts_->sets_written += changed_.size();
     is_changed_ = true;
-    ++counts_->sets_written;
   }
 
   [[nodiscard]] bool IsThere(std::string_view id) const {
@@ -99,6 +106,7 @@ class SeriesUpdate {
   std::optional<Directory> directory_;
   std::unordered_set<std::string> listed_;        // file names
   std::unordered_set<std::string_view> covered_;  // backup ids
+  std::vector<Store::NewFile> changed_;
   bool is_changed_ = false;
 };
 

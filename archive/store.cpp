@@ -6,7 +6,9 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
-#include <cstdint>
+#include <algorithm>
+#include <cstddef>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -16,7 +18,7 @@
 namespace {
 
 const std::string kStagedImage = "image";
-const std::string kStagedFile = "file";
+constexpr std::size_t kBatch = 256;  // files that are open at a time
 
 bool IsEmpty(const Directory& directory) {
   for (const Directory::Entry& entry : directory.List()) {
@@ -28,12 +30,32 @@ bool IsEmpty(const Directory& directory) {
   return true;
 }
 
-/// Replaces the file `name` in `to` in one step. Its new name is not durable yet.
-void Replace(const Directory& staging, const Directory& to, const std::string& name,
-             std::string_view text) {
-  staging.Remove(kStagedFile);
-  staging.Write(kStagedFile, text);
-  staging.Move(kStagedFile, to, name);
+std::string StagedFile(std::size_t number) {
+  return "file-" + std::to_string(number);
+}
+
+/// Replaces files in `to`, each in one step. Their new names are not durable yet.
+void PutBatch(const Directory& staging, const Directory& to,
+              std::span<const Store::NewFile> files) {
+  std::vector<Descriptor> staged;
+  for (const Store::NewFile& file : files) {
+    const std::string name = StagedFile(staged.size());
+    staging.Remove(name);
+    if (!WriteAll(staged.emplace_back(staging.MakeFile(name)).get(), file.text)) {
+      throw SystemError("write", staging.PathOf(name));
+    }
+  }
+  if (files.size() > 1) {
+    // For most file systems that is one step, as many as the files are. Whether each of them is
+    // safe is what it is asked itself.
+    syncfs(staging.descriptor());
+  }
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    if (fsync(staged[i].get()) != 0) {
+      throw SystemError("write", staging.PathOf(StagedFile(i)));
+    }
+    staging.Move(StagedFile(i), to, files[i].name);
+  }
 }
 
 ArchiveInfo InfoIn(const Directory& root) {
@@ -94,7 +116,8 @@ void Store::Create(const std::string& path, const ArchiveInfo& info) {
   if (!IsEmpty(root)) {
     throw ArchiveError(path + " is not empty");
   }
-  Replace(root.OpenOrMake(kStagingDirectory), root, kArchiveFile, TextOf(info));
+  const NewFile file{kArchiveFile, TextOf(info)};
+  PutBatch(root.OpenOrMake(kStagingDirectory), root, {&file, 1});
   root.Sync();
 }
 
@@ -196,8 +219,14 @@ std::optional<Directory> Store::FindSeries(const std::string& client, const std:
   return directory;
 }
 
-void Store::PutSet(const Directory& series, const std::string& name, std::string_view text) const {
-  Replace(root_.OpenOrMake(kStagingDirectory), series, name, text);
+void Store::PutSets(const Directory& series, const std::vector<NewFile>& sets) const {
+  const Directory staging = root_.OpenOrMake(kStagingDirectory);
+  for (std::size_t begin = 0; begin < sets.size(); begin += kBatch) {
+    const std::size_t end = std::min(begin + kBatch, sets.size());
+    PutBatch(staging, series,
+             {sets.begin() + static_cast<std::ptrdiff_t>(begin),
+              sets.begin() + static_cast<std::ptrdiff_t>(end)});
+  }
 }
 
 void Store::ForEachManifest(const Take& take, const Complain& complain) const {

@@ -3,9 +3,11 @@
 
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_set>
+#include <vector>
 
 #include "archive/directory.h"
 #include "archive/manifest.h"
@@ -67,8 +69,13 @@ class Store {
                                                     const std::string& schedule,
                                                     bool is_made) const;
 
-  /// Writes `text` to the file `name` of a series. It is durable once the series is synced.
-  void PutSet(const Directory& series, const std::string& name, std::string_view text) const;
+  /// Writes or replaces files of a series, each in one step. Their names are durable once the
+  /// series is synced.
+  struct NewFile {
+    std::string name;
+    std::string text;
+  };
+  void PutSets(const Directory& series, const std::vector<NewFile>& sets) const;
 
   /// Calls `take` with the path below the archive and the text of each manifest or set file, and
   /// `complain` with what can't be read, in byte order of the paths.

@@ -119,7 +119,6 @@ class Exports {
       progress_->Tick();
     }
     EndAll();
-    ClearStaging();
     left_out_ = images.size() - next;
   }
 
@@ -232,15 +231,6 @@ class Exports {
     }
   }
 
-  /// Of what could not be removed before, or belongs to no job as that could not be started.
-  void ClearStaging() const {
-    try {
-      store_->ClearStaging();
-    } catch (const ArchiveError& error) {
-      progress_->Complain(error.what());
-    }
-  }
-
   void Fail(const BackupImage& image, const std::string& reason) {
     failed_.push_back(&image);
     progress_->Failed(image.backup_id, FilesOf(image), reason);
@@ -310,6 +300,7 @@ class Run {
     progress_.Begin(images.size(), files);
     Exports exports(options_, &store_, &signals_, &progress_, &counts_);
     exports.Run(images);
+    ClearStaging();
     for (const BackupImage* const image : exports.exported()) {
       held_.insert(PathOf(*image));
     }
@@ -324,8 +315,20 @@ class Run {
                          " free: " + std::to_string(exports.left_out()) + " images left out");
     }
     const bool are_sets_well = WriteSets();
+    if (!are_sets_well) {
+      ClearStaging();
+    }
     progress_.Finish(counts_);
     return are_sets_well && exports.left_out() == 0 && counts_.failed == 0 ? kAllIsWell : kFound;
+  }
+
+  /// Of what failures left behind: a worker that could not be started, a set half written.
+  void ClearStaging() {
+    try {
+      store_.ClearStaging();
+    } catch (const ArchiveError& error) {
+      progress_.Complain(error.what());
+    }
   }
 
   /// What the product lists no more was lost to nobody.

@@ -16,7 +16,9 @@ namespace {
 struct Failure {
   int error;
   int after;
-  pid_t spared;  // a process
+  bool is_everywhere;
+  bool is_here;  // in the process `pid`, or everywhere but there
+  pid_t pid;
 };
 std::map<std::string, Failure> failures;
 bool are_types_hidden = false;
@@ -24,7 +26,9 @@ bool are_types_hidden = false;
 /// True, with errno, when this call of `function` is to fail.
 bool Fails(const char* function) {
   const auto failure = failures.find(function);
-  if (failure == failures.end() || failure->second.spared == getpid() ||
+  if (failure == failures.end() ||
+      (!failure->second.is_everywhere &&
+       failure->second.is_here != (failure->second.pid == getpid())) ||
       failure->second.after-- > 0) {
     return false;
   }
@@ -36,11 +40,15 @@ bool Fails(const char* function) {
 }  // namespace
 
 void FailOnce(const std::string& function, int error, int after) {
-  failures[function] = {error, after, 0};
+  failures[function] = {error, after, true, true, 0};
+}
+
+void FailOnceHere(const std::string& function, int error, int after) {
+  failures[function] = {error, after, false, true, getpid()};
 }
 
 void FailOnceInWorkers(const std::string& function, int error, int after) {
-  failures[function] = {error, after, getpid()};
+  failures[function] = {error, after, false, false, getpid()};
 }
 
 void HideEntryTypes() {

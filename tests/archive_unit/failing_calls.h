@@ -7,7 +7,8 @@
 /// `after` ones fails with `error`, once. CMakeLists.txt says which functions can.
 void FailOnce(const std::string& function, int error, int after = 0);
 
-/// The same in each process that is started then, but not in this one.
+/// The same in this process alone, or in each one that is started then but not in this one.
+void FailOnceHere(const std::string& function, int error, int after = 0);
 void FailOnceInWorkers(const std::string& function, int error, int after = 0);
 
 /// From now on directory entries have no type, as on some file systems, until the test ends.

@@ -45,7 +45,7 @@ TEST_F(Init, TakesTheHostNameForTheServer) {
 TEST_F(Init, TakesAnEmptyDirectoryAndWhatAnInterruptedOneLeft) {
   std::filesystem::create_directories(PathOf("lost+found"));
   std::filesystem::create_directories(PathOf(".staging"));
-  WriteFile(PathOf(".staging/file"), "half");
+  WriteFile(PathOf(".staging/file-0"), "half");
   EXPECT_EQ(Run({"init", "ARCHIVE"}), (Outcome{0, "", ""}));
 }
 
@@ -63,5 +63,5 @@ TEST_F(Init, RefusesWhatIsNotEmptyOrNoDirectory) {
 TEST_F(Init, SaysWhatCannotBeWritten) {
   FailOnce("write", ENOSPC);
   EXPECT_EQ(Run({"init", "ARCHIVE"}),
-            (Outcome{4, "", "can't write ARCHIVE/.staging/file: No space left on device\n"}));
+            (Outcome{4, "", "can't write ARCHIVE/.staging/file-0: No space left on device\n"}));
 }

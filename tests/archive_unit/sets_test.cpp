@@ -128,6 +128,35 @@ TEST_F(Sets, WhatIsNoSetFileIsLeftAlone) {
   EXPECT_TRUE(std::filesystem::exists(PathOf("sets/a/Files/Daily/notes")));
 }
 
+TEST_F(Sets, ManyAreWrittenAtOnce) {
+  std::string rows;
+  for (int time = 1000; time < 1300; ++time) {
+    rows += Row("a_" + std::to_string(time), 0) + Row("a_1", 1);
+  }
+  EXPECT_EQ(Sync(Row("a_1001", 1) + rows), "1 0 299");
+}
+
+TEST_F(Sets, ThatCannotBeSyncedAreNotThere) {
+  ASSERT_EQ(Sync(Row("a_1001", 1)), "1 0 0");
+  struct Case {
+    std::string function;
+    int after;  // what is called before: to make and to sync the three directories above a set
+  };
+  for (const auto& [function, after] : {Case{"fsync", 4}, Case{"write", 0}, Case{"renameat", 0}}) {
+    std::filesystem::remove_all(PathOf("sets"));
+    FailOnceHere(function, EIO, after);
+    const Outcome outcome = Run({"sync", "ARCHIVE", "--quiet"});
+    FailNothing();
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.err,
+              std::string(function) == "renameat"
+                  ? "can't make ARCHIVE/sets/a/Files/Daily/1001.json: Input/output error\n"
+                  : "can't write ARCHIVE/.staging/file-0: Input/output error\n");
+    EXPECT_TRUE(std::filesystem::is_empty(PathOf("sets/a/Files/Daily")));
+    EXPECT_TRUE(std::filesystem::is_empty(PathOf(".staging")));
+  }
+}
+
 TEST_F(Sets, ThatCannotBeWrittenAreSaidAndTheOthersAreWritten) {
   Lists(Row("a_1001", 1) + Row("b_1001", 1));
   ASSERT_EQ(Run({"sync", "ARCHIVE"}).status, 0);
