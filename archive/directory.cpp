@@ -102,8 +102,9 @@ std::vector<Directory::Entry> Directory::List() const {
   while (const dirent* const entry = readdir(stream.get())) {
     const std::string_view name = entry->d_name;
     if (name != "." && name != "..") {
-      const Kind kind =
-          entry->d_type == DT_UNKNOWN ? KindOf(own, entry->d_name) : KindOf(DTTOIF(entry->d_type));
+      const Kind kind = entry->d_type == DT_UNKNOWN
+                            ? KindOf(own, entry->d_name)
+                            : KindOf(static_cast<mode_t>(DTTOIF(entry->d_type)));
       entries.push_back({std::string(name), kind});
     }
     errno = 0;
