@@ -10,6 +10,7 @@ import pathlib
 import re
 import subprocess
 import sys
+import tempfile
 import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "e2e"))
@@ -129,10 +130,12 @@ class Model:
             product = self.product()
             return document_text(
                 (*product.metadata(backup_id), ("fentries", product.entries(backup_id))))
-        run = subprocess.run([self.tool, "--action", "dump_backup", "--backup_id", backup_id],
-                             check=True, capture_output=True)
-        assert run.stderr == b"", run.stderr
-        return run.stdout
+        # In a directory of its own: other tests' temporary files may be in /tmp.
+        with tempfile.TemporaryDirectory() as directory:
+            run = subprocess.run([self.tool, "--action", "dump_backup", "--backup_id", backup_id,
+                                  "--output_dir", directory], check=True, capture_output=True)
+            assert (run.stdout, run.stderr) == (b"", b""), run
+            return (pathlib.Path(directory) / f"{backup_id}.json").read_bytes()
 
     def manifest(self, image, complaints=(), document=None):
         """`complaints` are the lines on standard error of qvmeta, qvroll and rec_unfold."""
