@@ -19,12 +19,14 @@ class Scale:
     rival_runs: int
     gain_runs: int
     huge: bool
+    archived: int  # images
+    slow_images: int
 
 
 QUICK = Scale(200_000, 200_000, 200, 100_000, (50_000,), runs=3, rival_runs=1, gain_runs=5,
-              huge=False)
+              huge=False, archived=2_000, slow_images=40)
 FULL = Scale(1_000_000, 1_000_000, 1_000, 1_000_000, (1_000_000, 500_000, 250_000, 50_000), runs=5,
-             rival_runs=5, gain_runs=9, huge=True)
+             rival_runs=5, gain_runs=9, huge=True, archived=20_000, slow_images=400)
 HUGE_ENTRIES = 10_000_000
 MOST_ENTRIES = 50_000_000
 HUGE_DISK = 12 << 30  # bytes: entries and document, and some room
@@ -58,6 +60,11 @@ def backup_set(images):
     return Data(f"set-{images}", images, f"--set {images} --entries 10", "**/*")
 
 
+def small_images(images, name="small"):
+    return Data(f"{name}-{images}", images,
+                f"--clients 6 --policies 3 --images {images} --no-parents --entries 5", "**/*")
+
+
 @dataclass(frozen=True)
 class Command:
     name: str
@@ -82,6 +89,13 @@ class Target:
             return row[self.figure] <= self.bound(row["bytes_in"], row["size"])
         ratio = row[self.figure + "_ratio"]
         return ratio >= self.bound if self.at_least else ratio <= self.bound
+
+
+class SecondsAbove(Target):
+    """A bound on how much longer the subject takes than its base."""
+
+    def is_met(self, row):
+        return row["wall"] - row["base_wall"] <= self.bound
 
 
 @dataclass(frozen=True)
@@ -111,6 +125,12 @@ LITERAL_ALL_SETS = "{build}/literal_set_list {admincmd}/qvroll 0 {out}/backup_se
 LISTING_FLOOR = "{admincmd}/qvroll | cat | cat > /dev/null"
 LOOP = "{here}/shell_loop.sh {admincmd} {unfold} < {images}"
 LOOP_OF_SHELLS = "{here}/shell_loop.sh -c {admincmd} {unfold} < {images}"
+
+INTO_NEW_ARCHIVE = "{archiver} init {out}/archive && {archiver} sync --quiet"
+SLOWLY = ("printf '%s * slow 50\\n' qvmeta qvroll-id rec_unfold > {root}/faults && "
+          + INTO_NEW_ARCHIVE)
+BY_HAND = (TO_FILE + " && openssl dgst -sha256 {out}/{first_id}.json > /dev/null"
+           " && sync {out}/{first_id}.json")
 
 HELD = Target("memory", lambda bytes_in, _: 1.15 * bytes_in + 16 * MIB,
               text="memory ≤ 1.15 x in + 16 MiB")
@@ -148,6 +168,25 @@ RIVALS = (
     IN_PLACE,
     BY_COPY,
 )
+
+
+def archive_cases(scale):
+    one, many = image(scale.entries), small_images(scale.archived)
+    yield Case("archive: sync of one image",
+               Command("", INTO_NEW_ARCHIVE + " {out}/archive", one),
+               Command("tool, openssl, sync", BY_HAND, one), (Target("wall", 1.25),))
+    slow = small_images(scale.slow_images, "slow")
+    yield Case("archive: sync, commands slowed by 50 ms, 8 jobs",
+               Command("", SLOWLY + " --jobs 8 {out}/archive", slow),
+               Command("itself, 1 job", SLOWLY + " --jobs 1 {out}/archive", slow),
+               (Target("wall", 1 / 7, text="wall ≤ 1/7"),), runs=1)
+    yield Case("archive: sync, nothing new", Command("", "{archiver} sync --quiet {archive}", many),
+               Command("listing", "{admincmd}/qvroll | cat > /dev/null", many),
+               (SecondsAbove("wall", 1.5, text="at most 1.5 s above"),))
+    yield Case("archive: verify", Command("", "{archiver} verify {archive} > /dev/null", one),
+               Command("openssl", "openssl dgst -sha256 {archive}/images/*/*/* > /dev/null", one),
+               (Target("wall", 1.25), Target("memory", lambda _in, _size: 32 * MIB,
+                                             text="memory ≤ 32 MiB")))
 
 
 def rival_cases(scale):
@@ -247,5 +286,6 @@ def cases(scale):
     for base, targets in (("do_nothing", (at_most(1.5),)), ("do_nothing_static", ())):
         yield Case("--help", Command("", "{tool} --help", image(1)),
                    Command(base, "{build}/" + base, image(1)), targets, repeat=300)
+    yield from archive_cases(scale)
     yield from rival_cases(scale)
     yield from gain_cases(scale)

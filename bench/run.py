@@ -26,6 +26,8 @@ DOCUMENT = TO_FILE + " && mv {out}/{first_id}.json {document}"
 # The product prints for printf, so a percent sign stands doubled.
 SLOW = 10  # seconds: a rival that takes longer runs once
 PIECES = [size << 10 for size in (64, 128, 256, 512, 1024, 4096)]  # bytes
+ARCHIVE = ("rm -rf {archive} && {archiver} init {archive} && "
+           "{archiver} sync --quiet {archive} && touch {archive_is_whole}")
 METADATA = "{admincmd}/qvmeta -json -backupid {first_id} | sed 's/%%/%/g' > {metadata}"
 
 
@@ -61,7 +63,10 @@ class Bench:
             values_file.write_text(json.dumps(values))
         values |= {"tool": self.build / "bench/quillmere_bench", "out": self.out, "here": HERE,
                    "build": self.work, "root": root, "size": data.size, "plain": self.plain,
-                   "admincmd": root / "bin/admincmd", "unfold": root / "bin/rec_unfold", "document": root / "document.json",
+                   "admincmd": root / "bin/admincmd", "unfold": root / "bin/rec_unfold",
+                   "document": root / "document.json",
+                   "archiver": self.build / "quillmere_archive_bench", "archive": root / "archive",
+                   "archive_is_whole": root / "archive-is-whole",
                    "metadata": root / "metadata.json", "images": root / "images.txt"}
         files = sorted(root.glob("db/images/**/*.f"))
         if files:
@@ -95,7 +100,7 @@ class Bench:
         # ext4 searches past inodes that were removed in the last minutes whenever a file is created.
         # So the many files of sets stay until the end.
         put_away = (f'mv {out} "$(mktemp -d {shlex.quote(str(self.kept))}/XXXXXX)"'
-                    if data.name.startswith("set-") else f"rm -rf {out}")
+                    if data.name.startswith(("set-", "slow-")) else f"rm -rf {out}")
         return (f"ln -sfn {shlex.quote(str(self.root(data)))} {link} && {put_away} && "
                 f"mkdir -p {out}" + (" && sync" if is_settled else ""))
 
@@ -111,7 +116,7 @@ class Bench:
     def bytes_out(self, command):
         """What `command` writes, to files or to the pipe at its end."""
         self.shell(command.shell.replace("| cat > /dev/null", "> {out}/printed"), command.data)
-        return sum(file.stat().st_size for file in self.out.iterdir())
+        return sum(file.stat().st_size for file in self.out.rglob("*") if file.is_file())
 
     def measure(self, command, repeat):
         """One sample of `command`: wall, user and system time in seconds, peak memory in bytes.
@@ -193,6 +198,9 @@ def prepare_case(bench, case):
             bench.shell(DOCUMENT, command.data)
         if "{metadata}" in command.shell:
             bench.shell(METADATA, command.data)
+        if "{archive}" in command.shell and not (bench.root(command.data)
+                                                 / "archive-is-whole").exists():
+            bench.shell(ARCHIVE, command.data)
     if case.same_document:
         check_documents(bench, case)
 

@@ -1,7 +1,8 @@
 # What is installed beside the program, and the packages: cpack makes a .deb, a .rpm and a .tar.gz.
 #
-# Three components differ between the packages. "debian" is in the Debian package only, "elsewhere"
-# everywhere but there, and what names no component is in all of them. cpack_generator.cmake chooses.
+# Four components differ between the packages. "debian" is in the Debian package only, "elsewhere"
+# everywhere but there, "system" in the packages that belong to a whole system, "portable" where they
+# don't, and what names no component is in all of them. cpack_generator.cmake chooses.
 
 set(QUILLMERE_MAINTAINER "quillmere maintainers <maintainers@quillmere.invalid>")
 
@@ -38,11 +39,14 @@ function(quillmere_document source out_variable)
 endfunction()
 
 quillmere_compress(${PROJECT_SOURCE_DIR}/man/quillmere.1 quillmere.1.gz manual_page)
+quillmere_compress(${PROJECT_SOURCE_DIR}/man/quillmere-archive.1 quillmere-archive.1.gz
+  archive_manual_page)
 quillmere_compress(${PROJECT_SOURCE_DIR}/CHANGELOG.md changelog.gz changelog)
 quillmere_compress(${PROJECT_SOURCE_DIR}/packaging/debian/changelog changelog.Debian.gz
   debian_changelog)
 quillmere_document(${PROJECT_SOURCE_DIR}/README.md readme)
 quillmere_document(${PROJECT_SOURCE_DIR}/SECURITY.md security)
+quillmere_document(${PROJECT_SOURCE_DIR}/docs/archive.md archive_layout)
 quillmere_document(${PROJECT_SOURCE_DIR}/docs/documents.md documents)
 add_custom_target(quillmere_made_files DEPENDS ${quillmere_made_files})
 # Whoever builds the program alone can install it as well.
@@ -50,18 +54,22 @@ add_dependencies(quillmere quillmere_made_files)
 
 # --- What is installed --------------------------------------------------------------------------
 
-install(FILES ${manual_page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES ${manual_page} ${archive_manual_page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 
 # The places where both shells look on their own, also below /usr/local.
 install(FILES ${PROJECT_SOURCE_DIR}/completions/quillmere.bash
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME quillmere)
-install(FILES ${PROJECT_SOURCE_DIR}/completions/_quillmere
+install(FILES ${PROJECT_SOURCE_DIR}/completions/quillmere-archive.bash
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME quillmere-archive)
+set(zsh_completions
+  ${PROJECT_SOURCE_DIR}/completions/_quillmere ${PROJECT_SOURCE_DIR}/completions/_quillmere-archive)
+install(FILES ${zsh_completions}
   DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT elsewhere)
 # Debian's zsh leaves site-functions to the administrator and looks here for packages.
-install(FILES ${PROJECT_SOURCE_DIR}/completions/_quillmere
+install(FILES ${zsh_completions}
   DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT debian EXCLUDE_FROM_ALL)
 
-install(FILES ${readme} ${security} ${documents}
+install(FILES ${readme} ${security} ${archive_layout} ${documents}
   DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${PROJECT_SOURCE_DIR}/CHANGELOG.md
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT elsewhere)
@@ -74,9 +82,36 @@ install(FILES ${PROJECT_SOURCE_DIR}/packaging/debian/lintian-overrides
   COMPONENT debian EXCLUDE_FROM_ALL)
 
 install(FILES
+  ${PROJECT_SOURCE_DIR}/schemas/archive_set.schema.json
   ${PROJECT_SOURCE_DIR}/schemas/backup_sets.schema.json
   ${PROJECT_SOURCE_DIR}/schemas/image.schema.json
+  ${PROJECT_SOURCE_DIR}/schemas/manifest.schema.json
   DESTINATION ${CMAKE_INSTALL_DATADIR}/quillmere/schemas)
+
+# quillmere_install_service(COMPONENT UNITS SYSUSERS TMPFILES DEFAULTS [OPTION...]): what runs the
+# archive every night, into these four folders. Nothing of it is in effect by itself.
+set(systemd ${PROJECT_SOURCE_DIR}/packaging/systemd)
+function(quillmere_install_service component units sysusers tmpfiles defaults)
+  install(FILES ${systemd}/quillmere-archive.service ${systemd}/quillmere-archive.timer
+    DESTINATION ${units} COMPONENT ${component} ${ARGN})
+  install(FILES ${systemd}/quillmere-archive.sysusers
+    DESTINATION ${sysusers} RENAME quillmere-archive.conf COMPONENT ${component} ${ARGN})
+  install(FILES ${systemd}/quillmere-archive.tmpfiles
+    DESTINATION ${tmpfiles} RENAME quillmere-archive.conf COMPONENT ${component} ${ARGN})
+  install(FILES ${systemd}/quillmere-archive.default
+    DESTINATION ${defaults} RENAME quillmere-archive COMPONENT ${component} ${ARGN})
+endfunction()
+quillmere_install_service(system
+  lib/systemd/system lib/sysusers.d lib/tmpfiles.d /etc/default EXCLUDE_FROM_ALL)
+# Whoever unpacks an archive or installs a build puts them where they belong.
+set(examples ${CMAKE_INSTALL_DATADIR}/quillmere/systemd)
+quillmere_install_service(portable
+  ${examples} ${examples}/sysusers.d ${examples}/tmpfiles.d ${examples}/default)
+install(FILES
+  ${systemd}/examples/archive-elsewhere.conf
+  ${systemd}/examples/product-group.conf
+  ${systemd}/examples/root.conf
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 # --- The packages -------------------------------------------------------------------------------
 
@@ -104,6 +139,9 @@ set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+  ${PROJECT_SOURCE_DIR}/packaging/debian/conffiles ${PROJECT_SOURCE_DIR}/packaging/debian/postinst
+  ${PROJECT_SOURCE_DIR}/packaging/debian/postrm)
 # A static program depends on nothing that is not on every Debian anyway.
 if(NOT QUILLMERE_STATIC)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
@@ -132,6 +170,8 @@ set(CPACK_RPM_SPEC_MORE_DEFINE
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
   /usr/share/man /usr/share/man/man1
   /usr/share/bash-completion /usr/share/bash-completion/completions
-  /usr/share/zsh /usr/share/zsh/site-functions)
+  /usr/share/zsh /usr/share/zsh/site-functions
+  /etc/default /usr/lib/systemd /usr/lib/systemd/system /usr/lib/sysusers.d /usr/lib/tmpfiles.d)
+set(CPACK_RPM_USER_FILELIST "%config(noreplace) /etc/default/quillmere-archive")
 
 include(CPack)

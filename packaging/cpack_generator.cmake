@@ -2,11 +2,13 @@
 
 list(GET CPACK_INSTALL_CMAKE_PROJECTS 0 build_folder)
 
-if(CPACK_GENERATOR STREQUAL "DEB")
-  set(CPACK_INSTALL_CMAKE_PROJECTS
-    ${build_folder} quillmere Unspecified /
-    ${build_folder} quillmere debian /)
-endif()
+set(components_of_DEB Unspecified debian system)
+set(components_of_RPM Unspecified elsewhere system)
+set(components_of_TGZ Unspecified elsewhere portable)
+set(CPACK_INSTALL_CMAKE_PROJECTS "")
+foreach(component IN LISTS components_of_${CPACK_GENERATOR})
+  list(APPEND CPACK_INSTALL_CMAKE_PROJECTS ${build_folder} quillmere ${component} /)
+endforeach()
 
 # The same sources, compiler and umask give the same packages, byte for byte, whenever and wherever
 # they are built: the time in them is that of the last commit or, where there is no repository, of

@@ -1,8 +1,9 @@
 # sed -E: the links of a document as they are where it is installed. What is not installed is named
 # without a link, and pictures are left out.
-s#\]\(docs/documents\.md\)#](documents.md)#g
+s#\]\(docs/(archive|documents)\.md\)#](\1.md)#g
+s#\]\(packaging/systemd/examples/([^)]*)\)#](examples/\1)#g
 s#\]\(\.\./README\.md\)#](README.md)#g
 s#\]\((\.\./)?schemas(/[^)]*)?\)#](../../quillmere/schemas\2)#g
 /^!\[/,/^$/d
-s#\[([^]]*)\]\((man/quillmere\.1|CHANGELOG\.md)\)#\1#g
+s#\[([^]]*)\]\((man/quillmere(-archive)?\.1|CHANGELOG\.md)\)#\1#g
 s#\[([^]]*)\]\((ARCHITECTURE\.md|CONTRIBUTING\.md|(bench|examples|standin|tests)(/[^)]*)?)\)#\1 (in the sources)#g

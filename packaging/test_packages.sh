@@ -16,6 +16,7 @@ source packaging/contents.sh
 
 readonly build=build/package
 readonly out=$build/packages
+readonly state=/var/lib/quillmere-archive
 
 # fail TEXT...: ends the test.
 fail() {
@@ -23,10 +24,27 @@ fail() {
   exit 1
 }
 
-# check_program FILE: the program in a package is static, stripped, and works.
-check_program() {
+# check_linked FILE: a program in a package is static and stripped.
+check_linked() {
   [[ $(readelf --wide --program-headers "$1") != *INTERP* ]] || fail "$1 is not static"
   [[ $(readelf --wide --sections "$1") != *.symtab* ]] || fail "$1 is not stripped"
+}
+
+# check_programs FOLDER: the two programs in a package are so, and work.
+check_programs() {
+  local status=0
+  check_program "$1/quillmere"
+  check_linked "$1/quillmere-archive"
+  "$1/quillmere-archive" --help >"$build/archive-usage.txt"
+  grep --quiet '^Usage: quillmere-archive ' "$build/archive-usage.txt" ||
+    fail "$1/quillmere-archive --help shows no usage"
+  "$1/quillmere-archive" list / 2>"$build/archive-stderr.txt" || status=$?
+  [[ $status == 4 && $(<"$build/archive-stderr.txt") == *'archive.json'* ]] ||
+    fail "$1/quillmere-archive list /: status $status, $(<"$build/archive-stderr.txt")"
+}
+
+check_program() {
+  check_linked "$1"
   "$1" --help >"$build/usage.txt"
   grep --quiet --line-regexp 'Usage:' "$build/usage.txt" || fail "$1 --help shows no usage"
   if "$1" >/dev/null; then
@@ -34,9 +52,15 @@ check_program() {
   fi
 }
 
+# check_defaults ROOT: the one file of a package that is not below /usr.
+check_defaults() {
+  [[ $(find "$1/etc" ! -type d -printf '%m %P\n') == '644 default/quillmere-archive' ]] ||
+    fail "in /etc there is: $(find "$1/etc" ! -type d)"
+}
+
 compile() {
   cmake --preset package >/dev/null
-  cmake --build "$build" --target quillmere -- --quiet
+  cmake --build "$build" --target quillmere quillmere-archive make_catalogue -- --quiet
 }
 
 # run_cpack [ARGUMENT...]: makes the packages, in $out. Whatever umask this script was started with,
@@ -99,8 +123,10 @@ field() {
 check_deb() {
   dpkg-deb --raw-extract "$deb" "$unpacked/deb"
   check_contents deb "$unpacked/deb/usr"
-  [[ $(ls "$unpacked/deb") == $'DEBIAN\nusr' ]] || fail "the .deb has more than /usr in it"
-  [[ $(ls "$unpacked/deb/DEBIAN") == $'control\nmd5sums' ]] || fail "the .deb runs scripts"
+  check_defaults "$unpacked/deb"
+  [[ $(ls "$unpacked/deb") == $'DEBIAN\netc\nusr' ]] || fail "the .deb has more than these in it"
+  [[ $(ls "$unpacked/deb/DEBIAN") == $'conffiles\ncontrol\nmd5sums\npostinst\npostrm' ]] ||
+    fail "the .deb runs other scripts"
   (cd "$unpacked/deb" && md5sum --check --quiet DEBIAN/md5sums)
   [[ $(field Maintainer) == 'quillmere maintainers <maintainers@quillmere.invalid>' ]] ||
     fail "the .deb's maintainer is $(field Maintainer)"
@@ -108,7 +134,7 @@ check_deb() {
   [[ $(dpkg-deb --contents "$deb" | awk '{print $2}' | sort --unique) == root/root ]] ||
     fail "not everything in the .deb is root's"
   python3 tests/packages/links_test.py "$unpacked/deb"
-  check_program "$unpacked/deb/usr/bin/quillmere"
+  check_programs "$unpacked/deb/usr/bin"
 }
 
 check_lintian() {
@@ -134,11 +160,14 @@ check_rpm() {
     fail "the .rpm cannot be installed"
   }
   check_contents rpm "$root/usr"
-  check_program "$root/usr/bin/quillmere"
-  cp "$root/usr/bin/quillmere" "$unpacked/program_of_rpm"
+  check_defaults "$root"
+  [[ $(rpm --query --configfiles --package "$rpm") == /etc/default/quillmere-archive ]] ||
+    fail "the .rpm replaces the service's options"
+  check_programs "$root/usr/bin"
+  mkdir "$unpacked/programs_of_rpm"
+  cp "$root"/usr/bin/quillmere* "$unpacked/programs_of_rpm"
   as_root rpm --root "$root" --erase quillmere 2>>"$build/rpm.txt"
-  [[ ! -e $root/usr/bin/quillmere && ! -e $root/usr/share/doc/quillmere ]] ||
-    fail "removing the .rpm leaves something behind"
+  [[ -z $(find "$root" -name '*quillmere*') ]] || fail "removing the .rpm leaves something behind"
   as_root rm -rf "$root" # for whoever runs this again
 }
 
@@ -147,13 +176,13 @@ check_archive() {
   tar --extract --file "$archive" --directory "$unpacked/archive"
   check_contents archive "$unpacked"/archive/quillmere-*
   python3 tests/packages/links_test.py "$unpacked/archive"
-  check_program "$unpacked"/archive/quillmere-*/bin/quillmere
+  check_programs "$unpacked"/archive/quillmere-*/bin
 }
 
-# All packages hold the same program, and nothing in it or beside it names this machine's folders.
+# All packages hold the same programs, and nothing in them or beside them names this machine's folders.
 check_that_all_agree() {
-  cmp "$unpacked/deb/usr/bin/quillmere" "$unpacked/program_of_rpm"
-  cmp "$unpacked/deb/usr/bin/quillmere" "$unpacked"/archive/quillmere-*/bin/quillmere
+  diff --recursive "$unpacked/deb/usr/bin" "$unpacked/programs_of_rpm"
+  diff --recursive "$unpacked/deb/usr/bin" "$unpacked"/archive/quillmere-*/bin
   if grep --recursive --fixed-strings --files-with-matches -e "$PWD" "$unpacked/deb" "$unpacked/archive"; then
     fail "these files name the folder in which they were built"
   fi
@@ -170,6 +199,8 @@ check_installed() {
   head -n 5 "$build/man.txt"
   grep --quiet "export a host backup product's catalogue as JSON" "$build/man.txt" ||
     fail "man does not show the page"
+  [[ $(LC_ALL=C MANWIDTH=120 man quillmere-archive) == *'keep every image of a host backup'* ]] ||
+    fail "man does not show the page of quillmere-archive"
 
   # bash-completion loads it when the first word of the line is the program's name.
   # shellcheck disable=SC2016  # for that shell to expand
@@ -178,10 +209,15 @@ check_installed() {
     _completion_loader quillmere
     COMP_WORDS=(quillmere --action list) COMP_CWORD=2
     _quillmere
-    [[ $(complete -p quillmere) == "complete -F _quillmere quillmere" && ${COMPREPLY[*]} == list_backups ]]
+    [[ $(complete -p quillmere) == "complete -F _quillmere quillmere" && ${COMPREPLY[*]} == list_backups ]] || exit
+    _completion_loader quillmere-archive
+    COMP_WORDS=(quillmere-archive s) COMP_CWORD=1
+    _quillmere_archive
+    [[ ${COMPREPLY[*]} == sync ]]
   ' 2>"$build/bash.txt" || fail "bash does not complete: $(cat "$build/bash.txt")"
   # shellcheck disable=SC2016  # for zsh to expand
-  [[ $(zsh -f -c 'autoload -Uz compinit; compinit -u -D; print -r -- $_comps[quillmere]') == _quillmere ]] ||
+  [[ $(zsh -f -c 'autoload -Uz compinit; compinit -u -D
+    print -r -- $_comps[quillmere] $_comps[quillmere-archive]') == '_quillmere _quillmere-archive' ]] ||
     fail "zsh does not know the completion"
   python3 tests/cli_texts/bash_completion_test.py \
     --completion /usr/share/bash-completion/completions/quillmere
@@ -189,8 +225,29 @@ check_installed() {
     --completion /usr/share/zsh/vendor-completions/_quillmere
 }
 
+# One night of the service: its user was made, and a sync under its restrictions, as far as they can be
+# had without systemd at work, fills the archive.
+check_service() {
+  getent passwd quillmere-archive >/dev/null || fail "the package makes no user"
+  [[ $(stat --format '%a %U %G' "$state") == '700 quillmere-archive quillmere-archive' ]] ||
+    fail "$state is $(stat --format '%a %U %G' "$state")"
+  [[ ! -e /etc/systemd/system/timers.target.wants/quillmere-archive.timer ]] ||
+    fail "the package enables its timer"
+  as_root python3 tests/e2e/private_root.py /usr/ostra/keelhaven packaging/run_as_service.sh \
+    "$build/standin/make_catalogue"
+  # What is kept outlives the package.
+  as_root dpkg --purge quillmere >/dev/null
+  [[ -n $(as_root find "$state" -name manifest.json) ]] || fail "removing the package removes the archive"
+  as_root find "$state" -mindepth 1 -delete
+  as_root dpkg --install "$deb" >/dev/null
+}
+
+makes_user=false
 remove_deb() {
   as_root dpkg --purge quillmere >/dev/null
+  if [[ $makes_user == true ]]; then
+    as_root userdel quillmere-archive
+  fi
 }
 
 check_install_and_remove() {
@@ -198,11 +255,14 @@ check_install_and_remove() {
   if is_installed quillmere; then
     fail "quillmere is installed on this system. Remove it first: apt-get purge quillmere"
   fi
+  [[ ! -e $state ]] || fail "there is a $state on this system, which the test would empty"
+  getent passwd quillmere-archive >/dev/null || makes_user=true
   trap remove_deb EXIT
   # Images for containers often leave manual pages and documents out.
   as_root dpkg --path-include='/usr/share/*' --install "$deb"
   dpkg --verify quillmere
   check_installed
+  check_service
   dpkg-query --listfiles quillmere >"$build/files.txt"
   trap - EXIT
   remove_deb
@@ -213,13 +273,14 @@ check_install_and_remove() {
       fail "removing the package leaves $file behind"
     fi
   done <"$build/files.txt"
-  if command -v quillmere; then
+  [[ ! -e $state ]] || fail "removing the package leaves $state behind"
+  if command -v quillmere quillmere-archive; then
     fail "quillmere is still in the path"
   fi
 }
 
 install_missing "${BUILD_PACKAGES[@]}" bash-completion binutils dpkg-dev file git gzip lintian man-db \
-  python3 rpm zsh
+  mount python3 rpm systemd util-linux zsh
 
 readonly unpacked=$build/unpacked
 echo "==> Building the packages in $out"

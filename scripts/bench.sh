@@ -32,7 +32,7 @@ while (($# > 0)); do
   shift
 done
 
-install_missing "${BUILD_PACKAGES[@]}" hyperfine jq libbenchmark-dev mawk miller patch \
+install_missing "${BUILD_PACKAGES[@]}" hyperfine jq libbenchmark-dev mawk miller openssl patch \
   python3 time
 
 echo "==> Building everything in $build"

@@ -11,20 +11,21 @@ readonly build=build/coverage
 
 install_missing "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}" gcovr
 
-echo "==> Building the tool and its tests in $build"
+echo "==> Building both programs and their tests in $build"
 cmake --preset coverage -DQUILLMERE_TESTS=ON >/dev/null
-cmake --build "$build" --target quillmere quillmere_golden quillmere_unit -- --quiet
+cmake --build "$build" --target quillmere quillmere_golden quillmere_unit \
+  quillmere_archive_unit -- --quiet
 
 echo "==> Running the unit tests and the golden cases"
 find "$build" -name '*.gcda' -delete
 ctest --test-dir "$build" --quiet --output-on-failure --parallel "$(nproc)" \
-  --tests-regex '^(unit|golden|realroot)\.' || {
+  --tests-regex '^(unit|archive|golden|realroot)\.' || {
   echo "==> Failed; the rest is in $build/Testing/Temporary/LastTest.log:" >&2
   cat "$build/Testing/Temporary/LastTestsFailed.log" >&2
   exit 1
 }
 
 mkdir -p "$build/pages"
-gcovr --root . --filter src/ --exclude-throw-branches --exclude-unreachable-branches \
+gcovr --root . --filter src/ --filter archive/ --exclude-throw-branches --exclude-unreachable-branches \
   --html-details "$build/pages/index.html" --print-summary \
   --fail-under-line 100 --fail-under-branch 100 "$build"

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Shows the four actions at work. Installs what is missing, builds the tool for the stand-in host
-# product, makes a small catalogue for it and exports it. Everything is kept in build/demo.
+# Shows the four actions of quillmere at work, and two nights of quillmere-archive. Installs what is
+# missing, builds both for the stand-in host product, makes a small catalogue for them and exports it.
+# Everything is kept in build/demo.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=scripts/lib/packages.sh
@@ -8,6 +9,7 @@ source scripts/lib/packages.sh
 
 readonly build=build/demo
 readonly exported=$build/exported
+readonly archive=$build/archive
 readonly output=$build/output.txt
 
 # Prints the heading "$1" with an empty line before it.
@@ -39,11 +41,29 @@ action() {
   fi
 }
 
+# archive ARGUMENT...: the same with a command of quillmere-archive.
+archive() {
+  local status=0
+  echo "\$ quillmere-archive $*"
+  "$build/quillmere_archive_standin" "$@" >"$output" || status=$?
+  if ((status != 0)); then
+    cat "$output"
+    echo "The demo failed: this command ended with status $status." >&2
+    exit 1
+  fi
+}
+
+# catalogue NIGHTS: a catalogue for quillmere-archive, which holds that of fewer nights.
+catalogue() {
+  "$build/standin/make_catalogue" --root "$build/standin-root" --seed 1 --clients 2 --policies 2 \
+    --nights "$1" >/dev/null
+}
+
 install_missing "${BUILD_PACKAGES[@]}"
 
-echo "==> Building quillmere for the stand-in host product in $build"
+echo "==> Building quillmere and quillmere-archive for the stand-in host product in $build"
 cmake --preset release -B "$build" -DQUILLMERE_TESTS=OFF >/dev/null
-cmake --build "$build" --target quillmere_standin make_catalogue -- --quiet
+cmake --build "$build" --target quillmere_standin quillmere_archive_standin make_catalogue -- --quiet
 
 heading "Making a catalogue of backup images, with the stand-in"
 "$build/standin/make_catalogue" --root "$build/standin-root" --seed 1 \
@@ -76,4 +96,26 @@ action --action dump_backup --backup_id "${image%.json}"
 show_some_output 26 8
 echo "[status 0]"
 
-heading "All four actions ended with status 0. The documents are in $exported."
+heading "init: an empty archive, in a new directory"
+rm -rf "$archive"
+archive init "$archive"
+echo "[status 0]"
+
+heading "sync: every image of the first three nights, and the backup sets"
+catalogue 3
+archive sync "$archive"
+show_some_output 3 1
+echo "[status 0]"
+
+heading "sync, a night later: only what is new"
+catalogue 4
+archive sync "$archive"
+cat "$output"
+echo "[status 0]"
+
+heading "list: what is kept"
+archive list "$archive"
+cat "$output"
+echo "[status 0]"
+
+heading "All commands ended with status 0. The documents are in $exported, the archive in $archive."

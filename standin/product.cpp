@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstdio>
 
+#include "faults.h"
+
 namespace {
 
 constexpr int kPipeSize = 1 << 20;  // bytes
@@ -39,8 +41,7 @@ std::string ProductRoot(std::string_view command_below_root) {
 
 std::string ImagePath(const std::string& root, std::string_view backup_id) {
   const std::size_t underscore = backup_id.find('_');
-  if (underscore == std::string_view::npos || backup_id.size() - underscore <= kBucketDigits ||
-      backup_id.find('/') != std::string_view::npos) {
+  if (underscore == std::string_view::npos || backup_id.size() - underscore <= kBucketDigits) {
     return "";
   }
   const std::string client(backup_id.substr(0, underscore));
@@ -55,15 +56,25 @@ bool PrintFile(const std::string& path) {
   }
   fcntl(STDOUT_FILENO, F_SETPIPE_SZ, kPipeSize);  // fails, harmlessly, when it is no pipe
   static std::array<char, std::size_t{256} * 1024> buffer;
+  std::string kept;
   ssize_t size = 0;
   while ((size = read(file, buffer.data(), buffer.size())) > 0) {
-    if (!WriteAll(buffer.data(), static_cast<std::size_t>(size))) {
+    if (IsOutputCut()) {
+      kept.append(buffer.data(), static_cast<std::size_t>(size));
+    } else if (!WriteAll(buffer.data(), static_cast<std::size_t>(size))) {
       close(file);
       return false;
     }
   }
   close(file);
-  return size == 0;
+  return size == 0 && PrintText(kept);
+}
+
+bool PrintText(std::string_view text) {
+  const std::string_view part = PartToPrint(text);
+  const bool is_written = WriteAll(part.data(), part.size());
+  EndFaults();
+  return is_written;
 }
 
 int Fail(std::string_view command, std::string_view message) {

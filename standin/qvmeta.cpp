@@ -3,6 +3,7 @@
 #include <string>
 #include <string_view>
 
+#include "faults.h"
 #include "product.h"
 
 int main(int argc, char** argv) {
@@ -10,6 +11,9 @@ int main(int argc, char** argv) {
       std::string_view(argv[2]) != "-backupid") {
     return Fail("qvmeta", "usage: qvmeta -json -backupid ID");
   }
-  const std::string image = ImagePath(ProductRoot("/bin/admincmd/qvmeta"), argv[3]);
-  return !image.empty() && PrintFile(image + ".meta") ? 0 : Fail("qvmeta", "no such image");
+  const std::string root = ProductRoot("/bin/admincmd/qvmeta");
+  const std::string image = ImagePath(root, argv[3]);
+  BeginFaults(root, "qvmeta", argv[3]);
+  const bool is_known = !image.empty() && !IsForgotten(root, image);
+  return is_known && PrintFile(image + ".meta") ? 0 : Fail("qvmeta", "no such image");
 }

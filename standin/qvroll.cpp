@@ -1,12 +1,14 @@
 // qvroll [-client C] [-policy P] [-sched S]: prints the listing of the stand-in's catalogue, or the
 // rows of it that match. qvroll -id ID: prints three lines about one image.
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <fstream>
-#include <iostream>
 #include <string>
 #include <string_view>
 
+#include "faults.h"
 #include "product.h"
 
 namespace {
@@ -32,7 +34,7 @@ std::string_view NextWord(std::string_view* row) {
   return word;
 }
 
-bool Matches(std::string_view row, const Filter& filter) {
+bool Matches(const std::string& root, std::string_view row, const Filter& filter) {
   constexpr std::size_t kDateWidth = 20;
   const std::string_view id = NextWord(&row);
   SkipBlanks(&row);
@@ -43,16 +45,16 @@ bool Matches(std::string_view row, const Filter& filter) {
   const std::string_view policy = NextWord(&row);
   return (filter.client.empty() || id.substr(0, id.find('_')) == filter.client) &&
          (filter.policy.empty() || policy == filter.policy) &&
-         (filter.schedule.empty() || schedule == filter.schedule);
+         (filter.schedule.empty() || schedule == filter.schedule) &&
+         !IsForgotten(root, ImagePath(root, id));
 }
 
-/// Prints the rows that match, each block that has any with its empty line and header. Returns
-/// whether there were any.
-bool PrintMatches(const std::string& listing, const Filter& filter) {
-  std::ifstream rows(listing);
+/// The rows that match, each block that has any with its empty line and header.
+std::string RowsThatMatch(const std::string& root, const Filter& filter) {
+  std::ifstream rows(root + "/db/listing");
   std::string header;
   std::string line;
-  bool has_matches = false;
+  std::string matches;
   bool is_block_open = false;
   while (std::getline(rows, line)) {
     if (line.empty()) {
@@ -60,27 +62,27 @@ bool PrintMatches(const std::string& listing, const Filter& filter) {
       is_block_open = false;
       continue;
     }
-    if (!Matches(line, filter)) {
+    if (!Matches(root, line, filter)) {
       continue;
     }
     if (!is_block_open) {
-      std::cout << '\n' << header << '\n';
+      matches += "\n" + header + "\n";
       is_block_open = true;
     }
-    std::cout << line << '\n';
-    has_matches = true;
+    matches += line + "\n";
   }
-  return has_matches;
+  return matches;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::ios::sync_with_stdio(false);
   const std::string root = ProductRoot("/bin/admincmd/qvroll");
   if (argc == 3 && std::string_view(argv[1]) == "-id") {
     const std::string image = ImagePath(root, argv[2]);
-    return !image.empty() && PrintFile(image + ".id") ? 0 : Fail("qvroll", "no such image");
+    BeginFaults(root, "qvroll-id", argv[2]);
+    const bool is_known = !image.empty() && !IsForgotten(root, image);
+    return is_known && PrintFile(image + ".id") ? 0 : Fail("qvroll", "no such image");
   }
   Filter filter;
   for (int i = 1; i < argc; i += 2) {
@@ -94,7 +96,12 @@ int main(int argc, char** argv) {
     }
     *value = argv[i + 1];
   }
-  const std::string listing = root + "/db/listing";
-  const bool has_rows = argc == 1 ? PrintFile(listing) : PrintMatches(listing, filter);
-  return has_rows ? 0 : Fail("qvroll", "no image matches");
+  BeginFaults(root, "qvroll", "");
+  // Without filters and faults the listing need not be looked at.
+  if (argc == 1 && access((root + "/faults").c_str(), F_OK) != 0 &&
+      PrintFile(root + "/db/listing")) {
+    return 0;
+  }
+  const std::string rows = RowsThatMatch(root, filter);
+  return !rows.empty() && PrintText(rows) ? 0 : Fail("qvroll", "no image matches");
 }

@@ -3,9 +3,10 @@
 
 # shellcheck disable=SC2034  # the lists are read by the scripts that source this file
 {
-  BUILD_PACKAGES=(cmake g++ gzip libboost-dev liblz4-dev ninja-build)
+  BUILD_PACKAGES=(cmake g++ gzip libboost-dev libcli11-dev liblz4-dev libzstd-dev nettle-dev
+    ninja-build nlohmann-json3-dev)
   TEST_PACKAGES=(binutils chromium chromium-driver jq libgmock-dev libgtest-dev locales mandoc mount python3
-    python3-jsonschema python3-selenium sqlite3 strace util-linux valgrind zsh)
+    python3-jsonschema python3-selenium sqlite3 strace systemd util-linux valgrind zsh zstd)
   CHECK_PACKAGES=(clang-format-14 clang-tidy-14 cppcheck git shellcheck)
 }
 

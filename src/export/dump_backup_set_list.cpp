@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <iostream>
-#include <ranges>
 #include <string_view>
 #include <vector>
 
@@ -24,9 +23,10 @@ void WriteNewest(const std::vector<BackupSet>& sets, std::size_t count, std::ost
     return;
   }
   std::string_view before = "[\n";
-  for (const BackupSet& set : std::views::reverse(sets) | std::views::take(count)) {
-    *out << before << "        {\n            \"BackupCreateTime\": \"" << set.create_time
-         << "\",\n            \"BackupSize\": \"" << set.backup_size << "\"\n        }";
+  const auto end = sets.rbegin() + static_cast<std::ptrdiff_t>(count);
+  for (auto set = sets.rbegin(); set != end; ++set) {
+    *out << before << "        {\n            \"BackupCreateTime\": \"" << set->create_time
+         << "\",\n            \"BackupSize\": \"" << set->backup_size << "\"\n        }";
     before = ",\n";
   }
   *out << "\n    ]";

@@ -126,4 +126,124 @@ generator_refuses_wrong_calls() {
     "$(head -n 1 "$root/stderr")"
 }
 
+nights_grow() {
+  local other
+  other=$(mktemp -d)
+  "$make_catalogue" --root "$root" --seed 5 --clients 2 --policies 3 --nights 9 >/dev/null
+  "$make_catalogue" --root "$other" --seed 5 --clients 2 --policies 3 --nights 8 >/dev/null
+  expect "what nine nights have no more" "" \
+    "$(diff -r "$root/db/images" "$other/db/images" | grep -v "^Only in $root" || true)"
+  expect "rows that nine nights have no more" "" \
+    "$(comm -13 <("$qvroll" | sort -u) <("$other/bin/admincmd/qvroll" | sort -u))"
+  # A full backup each week; the other policy is full on another night.
+  expect "full backups of alpha" "Daily 2017-07-14 Daily 2017-07-21 Weekly-FS 2017-07-20" \
+    "$("$qvroll" -client alpha -sched full | awk '/^alpha_/ && $6 == 0 {print $9, $1}' |
+      while IFS=' _' read -r policy _ time; do
+        echo "$policy $(date --utc --date "@$time" +%F)"
+      done | sort | tr '\n' ' ' | sed 's/ $//')"
+  rm -rf "$other"
+}
+
+newest_night_stands_first() {
+  "$make_catalogue" --root "$root" --clients 2 --policies 3 --nights 6 --newest-first >/dev/null
+  local client
+  for client in alpha db.prod.example; do
+    "$qvroll" -client "$client" | sed -n "s/^${client}_\\([0-9]*\\) .*/\\1/p" |
+      sort --numeric-sort --reverse --check || fail "the order of $client"
+  done
+  # Behind the images that it began: the parent closes their set.
+  expect "files of the night's first policy" "n n 0" \
+    "$("$qvroll" -policy Daily -client alpha | awk '/_/ {print $6 == 0 ? 0 : "n"}' | head -n 3 | xargs)"
+}
+
+odd_names_reach_every_command() {
+  "$make_catalogue" --root "$root" --clients 25 --policies 5 --nights 1 --odd-names >"$root/summary"
+  grep -qx 'rows=285' "$root/summary" || fail "$(cat "$root/summary")"
+  local id count=0
+  while IFS= read -r id; do
+    expect "lines of -id $id" 3 "$("$qvroll" -id "$id" | wc -l)"
+    "$qvmeta" -json -backupid "$id" >>"$root/metadata" || fail "metadata of $id"
+    "$rec_unfold" -dump "$(catalogue_file_of "$id")" >/dev/null || fail "entries of $id"
+    count=$((count + 1))
+  done < <("$qvroll" | LC_ALL=C sed -n 's/^\([^ ]*_[0-9]*\) .*/\1/p')
+  expect "ids" 285 "$count"
+  # One array of all of them.
+  sed 's/%%/%/g; s/^}$/},/; $s/,$//; 1s/^/[/; $s/$/]/' "$root/metadata" |
+    python3 -m json.tool >/dev/null || fail "metadata"
+  [[ -z $(find . -maxdepth 1 -name 'run-by-a-name*') ]] || fail "a name was run"
+}
+
+# The ids of the catalogue's first images that are no parents, one a line.
+some_images() {
+  "$make_catalogue" --root "$root" --seed 3 --images 24 --no-parents >/dev/null
+  "$qvroll" | sed -n 's/^\([^ _]*_[0-9]*\) .*/\1/p' | head -n 3
+}
+
+# half STATUS COMMAND...: the command prints the first half of its output, in whole lines, and ends
+# with this status.
+half() {
+  local expected=$1 status=0 whole
+  shift
+  mv "$root/faults" "$root/later"
+  whole=$("$@")
+  mv "$root/later" "$root/faults"
+  "$@" >"$root/stdout" 2>"$root/stderr" || status=$?
+  expect "status of $*" "$expected" "$status"
+  expect "standard error of $*" "" "$(cat "$root/stderr")"
+  [[ $whole == "$(cat "$root/stdout")"$'\n'* ]] || fail "$*: not the beginning of its output"
+  (($(wc -c <"$root/stdout") * 3 > ${#whole})) || fail "$*: less than half"
+}
+
+faults_end_the_output_half_way() {
+  local -a ids
+  mapfile -t ids < <(some_images)
+  local file
+  file=$(catalogue_file_of "${ids[0]}")
+  echo "* ${ids[0]} fail" >"$root/faults"
+  half 1 "$qvmeta" -json -backupid "${ids[0]}"
+  half 1 "$qvroll" -id "${ids[0]}"
+  half 1 "$rec_unfold" -dump "$file"
+  expect "another image" 3 "$("$qvroll" -id "${ids[1]}" | wc -l)"
+  "$rec_unfold" -dump "$(catalogue_file_of "${ids[1]}")" >/dev/null || fail "another image's entries"
+  echo "rec_unfold * stop" >"$root/faults"
+  half 0 "$rec_unfold" -dump "$file"
+  "$qvmeta" -json -backupid "${ids[0]}" >/dev/null || fail "another command"
+  echo "qvroll * fail" >"$root/faults"
+  half 1 "$qvroll"
+  half 1 "$qvroll" -client "${ids[0]%%_*}"
+  expect "-id beside a listing that fails" 3 "$("$qvroll" -id "${ids[0]}" | wc -l)"
+  echo "qvmeta * kill" >"$root/faults"
+  half 137 "$qvmeta" -json -backupid "${ids[0]}"
+}
+
+faults_slow_complain_and_hang() {
+  local -a ids
+  mapfile -t ids < <(some_images)
+  local start=$EPOCHREALTIME status=0
+  printf '%s\n' "qvroll-id * slow 300" "* * complain licence expires in 12 days" >"$root/faults"
+  expect "lines of -id" 3 "$("$qvroll" -id "${ids[0]}" 2>"$root/stderr" | wc -l)"
+  expect "its complaint" "licence expires in 12 days" "$(cat "$root/stderr")"
+  ((${EPOCHREALTIME/./} - ${start/./} >= 300000)) || fail "it was not slow"
+  expect "complaint of the listing" "licence expires in 12 days" "$("$qvroll" 2>&1 >/dev/null)"
+  echo "qvmeta ${ids[1]} hang" >"$root/faults"
+  # It takes a signal that no program can ignore.
+  timeout --kill-after=0.3 0.3 "$qvmeta" -json -backupid "${ids[1]}" >"$root/stdout" || status=$?
+  expect "status of what hangs" 137 "$status"
+  [[ -s $root/stdout ]] || fail "it hangs before it prints"
+}
+
+faults_forget() {
+  local -a ids
+  mapfile -t ids < <(some_images)
+  local rows
+  rows=$("$qvroll" | grep -c _)
+  echo "qvmeta ${ids[1]} forget" >"$root/faults"
+  expect "rows before" "$rows" "$("$qvroll" | grep -c _)"
+  refused "qvmeta: no such image" "$qvmeta" -json -backupid "${ids[1]}"
+  refused "qvroll: no such image" "$qvroll" -id "${ids[1]}"
+  expect "rows behind" $((rows - 1)) "$("$qvroll" | grep -c _)"
+  "$qvroll" | grep -q "^${ids[1]} " && fail "it is still listed"
+  "$qvmeta" -json -backupid "${ids[0]}" >/dev/null || fail "the others stay"
+}
+
 "$2"

@@ -32,20 +32,22 @@ def run_tests(*needed):
     unittest.main(argv=sys.argv[:1])
 
 
-def bash_offers(completion, *words):
+def bash_offers(completion, *words, program="quillmere"):
     """What the completion in the file `completion` offers for the last of `words`, the others of
     which stand before it in the command line, behind the program's name."""
     # Outside of a command line that is being edited, bash has no compopt.
     script = """
         source "$1"
-        shift
+        program=$2
+        shift 2
         compopt() { echo "compopt $*" >&2; }
-        COMP_WORDS=(quillmere "$@")
+        COMP_WORDS=("$program" "$@")
         COMP_CWORD=$#
-        _quillmere
+        "_${program//-/_}"
         ((${#COMPREPLY[@]} == 0)) || printf '%s\\n' "${COMPREPLY[@]}"
     """
-    command = ["bash", "--norc", "--noprofile", "-c", script, "bash", str(completion), *words]
+    command = ["bash", "--norc", "--noprofile", "-c", script, "bash", str(completion),
+               program, *words]
     result = subprocess.run(command, capture_output=True, text=True, check=True)
     return result.stdout.splitlines(), result.stderr.splitlines()
 

@@ -11,7 +11,7 @@ import pathlib
 import subprocess
 
 Image = collections.namedtuple("Image", "backup_id client time files size schedule policy")
-Set = collections.namedtuple("Set", "time size image_ids")
+Set = collections.namedtuple("Set", "time size image_ids backup_id")  # of its parent, if it has one
 
 SECOND_COLUMN_WIDTH = 20
 UNITS = {"K": 2**10, "M": 2**20, "G": 2**30, "T": 2**40, "P": 2**50}
@@ -103,7 +103,8 @@ class HostProduct:
             return sum(int(float(image.size[:-1]) * UNITS[image.size[-1]]) for image in images)
 
         if all(image.files != 0 for image in series):
-            return [Set(image.time, size(series), [image.backup_id]) for image in series]
+            return [Set(image.time, size(series), [image.backup_id], image.backup_id)
+                    for image in series]
         sets, open_images = [], []
         for image in series:
             if image.files != 0:
@@ -111,7 +112,7 @@ class HostProduct:
                 continue
             if open_images:
                 sets.append(Set(image.time, size(open_images),
-                                [member.backup_id for member in open_images]))
+                                [member.backup_id for member in open_images], image.backup_id))
             open_images = []
         return sets
 
@@ -136,7 +137,9 @@ class HostProduct:
         """The path of the file with one image's file entries."""
         client, time = backup_id.split("_", 1)
         last_line = text(self._run("admincmd/qvroll", "-id", backup_id)).split("\n")[2]
-        return self.root / "db/images" / client / (time[:4] + "000000") / last_line.split(" ")[-1]
+        # Put together as it is, whatever the client's name looks like.
+        return pathlib.Path(f"{self.root}/db/images/{client}/{time[:4]}000000/"
+                            + last_line.split(" ")[-1])
 
     @functools.cache
     def entries(self, backup_id):

@@ -32,7 +32,7 @@ readonly number='^[1-9][0-9]*$'
 readonly seconds=$1
 targets=("${@:2}")
 if ((${#targets[@]} == 0)); then
-  targets=(listing catalogue_file file_entries metadata)
+  targets=(listing catalogue_file file_entries metadata archive_json)
 fi
 
 # Bytes that an input may have: more make it slower, and show nothing new.

@@ -1,0 +1,384 @@
+#include "archive/commands/verify.h"
+
+#include <algorithm>
+#include <array>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "archive/document.h"
+#include "archive/manifest.h"
+#include "archive/names.h"
+#include "archive/sha256.h"
+#include "archive/status.h"
+#include "archive/store.h"
+#include "archive/stored_document.h"
+#include "archive/units.h"
+
+namespace {
+
+using Kind = Directory::Kind;
+
+/// What was found, by all threads.
+class Findings {
+ public:
+  /// "PATH: WHAT", with the path below the archive.
+  void Add(const std::string& path, const std::string& what) {
+    const std::scoped_lock lock(mutex_);
+    std::cout << Printable(path) << ": " << Printable(what) << '\n' << std::flush;
+    ++problems_;
+  }
+
+  void AddImage(std::uint64_t bytes) {
+    const std::scoped_lock lock(mutex_);
+    ++images_;
+    bytes_ += bytes;
+  }
+
+  void AddSet() { ++sets_; }
+
+  /// Prints the summary. Returns whether there was any problem.
+  [[nodiscard]] bool Finish() const {
+    std::cout << images_ << " images, " << sets_ << " sets, " << bytes_ << " bytes: " << problems_
+              << " problems\n";
+    return problems_ > 0;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::uint64_t images_ = 0;
+  std::uint64_t sets_ = 0;
+  std::uint64_t bytes_ = 0;
+  std::uint64_t problems_ = 0;
+};
+
+/// Tasks for some threads. Who adds one waits while many are waiting already: what is to be done of
+/// a large archive is not held in memory.
+class Tasks {
+ public:
+  using Task = std::function<void()>;
+
+  explicit Tasks(std::size_t threads) : most_(4 * threads) {
+    for (std::size_t i = 0; i < threads; ++i) {
+      threads_.emplace_back([this] { Work(); });
+    }
+  }
+
+  ~Tasks() { Finish(); }
+  Tasks(const Tasks&) = delete;
+  Tasks& operator=(const Tasks&) = delete;
+
+  void Add(Task task) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return tasks_.size() < most_; });
+    tasks_.push_back(std::move(task));
+    changed_.notify_all();
+  }
+
+  /// Returns when all tasks are done.
+  void Finish() {
+    for (std::size_t i = 0; i < threads_.size(); ++i) {
+      Add(nullptr);
+    }
+    for (std::thread& thread : threads_) {
+      thread.join();
+    }
+    threads_.clear();
+  }
+
+ private:
+  void Work() {
+    while (const Task task = Next()) {
+      task();
+    }
+  }
+
+  Task Next() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return !tasks_.empty(); });
+    Task task = std::move(tasks_.front());
+    tasks_.pop_front();
+    changed_.notify_all();
+    return task;
+  }
+
+  std::size_t most_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<Task> tasks_;  // an empty one ends a thread
+  std::vector<std::thread> threads_;
+};
+
+/// An image's directory.
+class ImageCheck {
+ public:
+  ImageCheck(const Directory& client, std::string client_name, std::string name, Findings* findings)
+      : client_(client),
+        client_name_(std::move(client_name)),
+        name_(std::move(name)),
+        path_(kImagesDirectory + '/' + client_name_ + '/' + name_),
+        findings_(findings) {}
+
+  void Run() {
+    try {
+      Check(client_.Open(name_));
+    } catch (const ArchiveError& error) {
+      findings_->Add(path_, error.what());
+    }
+  }
+
+ private:
+  void Check(const Directory& image) {
+    const std::optional<std::string> text = image.Read(kManifestFile);
+    std::string error = "no such file";
+    const std::optional<Manifest> manifest = text ? ReadManifest(*text, &error) : std::nullopt;
+    if (manifest) {
+      CheckManifest(*manifest);
+      CheckSums(image, SumsOf(manifest->document, *text));
+      CheckDocument(image, *manifest);
+    } else {
+      Add(kManifestFile, error);
+      findings_->AddImage(0);
+    }
+    for (const Directory::Entry& entry : image.List()) {
+      if (!BelongsHere(entry)) {
+        Add(entry.name, "does not belong here");
+      }
+    }
+  }
+
+  void Add(const std::string& file, const std::string& what) {
+    findings_->Add(path_ + '/' + file, what);
+  }
+
+  [[nodiscard]] bool IsDocument(const std::string& name) const {
+    return name == name_ + ".json" || name == name_ + ".json.zst";
+  }
+
+  [[nodiscard]] bool BelongsHere(const Directory::Entry& entry) const {
+    return entry.kind == Kind::kFile &&
+           (entry.name == kManifestFile || entry.name == kSumsFile || IsDocument(entry.name));
+  }
+
+  void CheckManifest(const Manifest& manifest) {
+    if (FileNameOf(manifest.client) != client_name_ || FileNameOf(manifest.backup_id) != name_ ||
+        ClientOf(manifest.backup_id) != manifest.client) {
+      Add(kManifestFile, "of another image");
+    }
+  }
+
+  void CheckSums(const Directory& image, const std::string& expected) {
+    const std::optional<std::string> sums = image.Read(kSumsFile);
+    if (!sums) {
+      Add(kSumsFile, "no such file");
+    } else if (*sums != expected) {
+      Add(kSumsFile, "does not agree with the manifest");
+    }
+  }
+
+  void CheckDocument(const Directory& image, const Manifest& manifest) {
+    const DocumentFacts& expected = manifest.document;
+    if (!IsDocument(expected.file)) {
+      Add(kManifestFile, "names another document");
+      findings_->AddImage(0);
+      return;
+    }
+    const bool is_compressed = IsCompressed(expected.file);
+    DocumentFacts found;
+    Sha256 stored_hash;
+    Sha256 hash;
+    EntryCounter entries;
+    try {
+      ReadDocument(
+          image, expected.file,
+          [&](std::string_view piece) {
+            found.stored_bytes += piece.size();
+            stored_hash.Take(piece);
+          },
+          [&](std::string_view piece) {
+            found.bytes += piece.size();
+            entries.Take(piece);
+            if (is_compressed) {
+              hash.Take(piece);
+            }
+          });
+    } catch (const ArchiveError& error) {
+      Add(expected.file, error.what());
+      findings_->AddImage(found.stored_bytes);
+      return;
+    }
+    found.stored_sha256 = stored_hash.Finish();
+    found.sha256 = is_compressed ? hash.Finish() : found.stored_sha256;
+    findings_->AddImage(found.stored_bytes);
+    Compare(expected, found);
+    CompareEntries(expected.file, manifest.entries, entries);
+  }
+
+  void Compare(const DocumentFacts& expected, const DocumentFacts& found) {
+    const auto compare = [&](const auto& ours, const auto& theirs, const std::string& what) {
+      if (ours != theirs) {
+        Add(expected.file, what + " not that of the manifest");
+      }
+    };
+    compare(found.stored_bytes, expected.stored_bytes, "size of the file is");
+    compare(found.stored_sha256, expected.stored_sha256, "checksum of the file is");
+    compare(found.bytes, expected.bytes, "size of the document is");
+    compare(found.sha256, expected.sha256, "checksum of the document is");
+  }
+
+  void CompareEntries(const std::string& file, std::uint64_t expected,
+                      const EntryCounter& entries) {
+    std::string error;
+    const std::optional<std::uint64_t> found = entries.Finish(&error);
+    if (!found) {
+      Add(file, error);
+    } else if (*found != expected) {
+      Add(file, std::to_string(*found) + " entries, but " + std::to_string(expected) +
+                    " in the manifest");
+    }
+  }
+
+  const Directory& client_;
+  std::string client_name_;
+  std::string name_;
+  std::string path_;
+  Findings* findings_;
+};
+
+class Verification {
+ public:
+  explicit Verification(const VerifyOptions& options)
+      : store_(options.archive), tasks_(options.jobs) {}
+
+  int Run() {
+    CheckRoot();
+    ForEachEntry(store_.root().Find(kImagesDirectory), kImagesDirectory, Kind::kDirectory,
+                 [this](const Directory& images, const std::string& name) {
+                   CheckClient(std::make_shared<const Directory>(images.Open(name)), name);
+                 });
+    tasks_.Finish();
+    CheckSets(store_.root().Find(kSetsDirectory), kSetsDirectory, {});
+    return findings_.Finish() ? kFound : kAllIsWell;
+  }
+
+ private:
+  void CheckRoot() {
+    const std::array<std::pair<std::string_view, Kind>, 6> kKnown = {{
+        {kArchiveFile, Kind::kFile},
+        {kLockFile, Kind::kFile},
+        {kImagesDirectory, Kind::kDirectory},
+        {kSetsDirectory, Kind::kDirectory},
+        {kStagingDirectory, Kind::kDirectory},
+        {"lost+found", Kind::kDirectory},
+    }};
+    for (const Directory::Entry& entry : store_.root().List()) {
+      const std::pair<std::string_view, Kind> found(entry.name, entry.kind);
+      if (std::find(kKnown.begin(), kKnown.end(), found) == kKnown.end()) {
+        findings_.Add(entry.name, "does not belong here");
+      }
+    }
+  }
+
+  /// Calls `check` for each entry of `directory`, called `path`, that is of `kind`. Others don't
+  /// belong there.
+  void ForEachEntry(const std::optional<Directory>& directory, const std::string& path, Kind kind,
+                    const std::function<void(const Directory&, const std::string&)>& check) {
+    if (!directory) {
+      return;
+    }
+    for (const Directory::Entry& entry : directory->List()) {
+      const std::string entry_path = path + '/' + entry.name;
+      if (entry.kind != kind) {
+        findings_.Add(entry_path, "does not belong here");
+        continue;
+      }
+      try {
+        check(*directory, entry.name);
+      } catch (const ArchiveError& error) {
+        findings_.Add(entry_path, error.what());
+      }
+    }
+  }
+
+  void CheckClient(const std::shared_ptr<const Directory>& client, const std::string& name) {
+    for (const Directory::Entry& entry : client->List()) {
+      if (entry.kind == Kind::kDirectory) {
+        tasks_.Add([this, client, name, image = entry.name] {
+          ImageCheck(*client, name, image, &findings_).Run();
+        });
+      } else {
+        findings_.Add(kImagesDirectory + '/' + name + '/' + entry.name, "does not belong here");
+      }
+    }
+  }
+
+  /// Checks the sets below `directory`, whose file names from that of the client on are `names`.
+  void CheckSets(const std::optional<Directory>& directory, const std::string& path,
+                 const std::vector<std::string>& names) {
+    constexpr std::size_t kDepth = 3;  // client, policy, schedule
+    const bool is_series = names.size() == kDepth;
+    ForEachEntry(directory, path, is_series ? Kind::kFile : Kind::kDirectory,
+                 [&](const Directory& parent, const std::string& name) {
+                   const std::string entry_path = path + '/' + name;
+                   std::vector<std::string> entry_names = names;
+                   entry_names.push_back(name);
+                   if (is_series) {
+                     CheckSet(parent.Read(name), entry_path, entry_names);
+                   } else {
+                     CheckSets(parent.Open(name), entry_path, entry_names);
+                   }
+                 });
+  }
+
+  void CheckSet(const std::optional<std::string>& text, const std::string& path,
+                const std::vector<std::string>& names) {
+    if (!text) {
+      return;  // A sync removed it meanwhile.
+    }
+    findings_.AddSet();
+    std::string error;
+    const std::optional<SetFile> set = ReadSetFile(*text, &error);
+    if (!set) {
+      findings_.Add(path, error);
+      return;
+    }
+    const std::vector<std::string> expected = {FileNameOf(set->client), FileNameOf(set->policy),
+                                               FileNameOf(set->schedule),
+                                               FileNameOf(TimeOf(set->backup_id)) + ".json"};
+    if (names != expected) {
+      findings_.Add(path, "of another set");
+    }
+    for (const std::string& id : set->images) {
+      if (!HasImage(id)) {
+        findings_.Add(path, "the image " + id + " is not there");
+      }
+    }
+  }
+
+  /// Looked up in the archive: a sync that runs has put it there before the set.
+  [[nodiscard]] bool HasImage(const std::string& backup_id) const {
+    const std::optional<Directory> images = store_.root().Find(kImagesDirectory);
+    const std::optional<Directory> client =
+        images ? images->Find(FileNameOf(ClientOf(backup_id))) : std::nullopt;
+    return client && client->Find(FileNameOf(backup_id));
+  }
+
+  Store store_;
+  Findings findings_;
+  Tasks tasks_;
+};
+
+}  // namespace
+
+int Verify(const VerifyOptions& options) {
+  return Verification(options).Run();
+}

@@ -1,0 +1,139 @@
+#include "archive/document.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+/// An entry without what follows its closing brace. `value` is that of "path".
+std::string Entry(const std::string& value = "\\/a") {
+  return R"(        {
+            "filenum": "1",
+            "length": "2",
+            "plength": "3",
+            "dlength": "4",
+            "blknum": "5",
+            "in_image": "6",
+            "raw_partition_sz": "7",
+            "gigabytes": "8",
+            "device_num": "9",
+            "path": ")" +
+         value + R"(",
+            "data": "d"
+        })";
+}
+
+const std::string kOpen = "{\n    \"kind\": {\n        \"a\": \"b\"\n    },\n    \"fentries\": [\n";
+const std::string kClose = "\n    ]\n}\n";
+
+/// What is counted when `text` comes in pieces of `size` bytes.
+std::string Counted(const std::string& text, std::size_t size) {
+  EntryCounter counter;
+  for (std::size_t at = 0; at < text.size(); at += size) {
+    counter.Take(std::string_view(text).substr(at, size));
+  }
+  std::string error;
+  const std::optional<std::uint64_t> entries = counter.Finish(&error);
+  return entries ? std::to_string(*entries) : error;
+}
+
+/// The same, of which every size of pieces has to say the same.
+std::string Counted(const std::string& text) {
+  const std::string counted = Counted(text, text.size() + 1);
+  for (const std::size_t size : {1, 2, 3, 7, 64, 500}) {
+    EXPECT_EQ(Counted(text, size), counted) << "pieces of " << size << " bytes";
+  }
+  return counted;
+}
+
+std::string WrongAt(std::size_t offset) {
+  return "no document: wrong at byte " + std::to_string(offset);
+}
+
+/// `text` with the first `from` replaced.
+std::string Replaced(std::string text, const std::string& from, const std::string& to) {
+  return text.replace(text.find(from), from.size(), to);
+}
+
+}  // namespace
+
+TEST(EntryCounter, CountsEntriesInPiecesOfAnySize) {
+  const std::vector<std::pair<std::string, std::string>> kCases = {
+      {"{\n    \"fentries\": \"\"\n}\n", "0"},
+      {"{\n    \"a\": \"b\",\n    \"fentries\": \"\"\n}\n", "0"},
+      {kOpen + Entry() + kClose, "1"},
+      {kOpen + Entry("") + ",\n" + Entry("\\\"") + ",\n" + Entry(std::string(1000, 'x')) + kClose,
+       "3"},
+  };
+  for (const auto& [document, count] : kCases) {
+    EXPECT_EQ(Counted(document), count);
+  }
+}
+
+TEST(EntryCounter, OfTwoFentriesTheLastCounts) {
+  const std::string last = "    \"fentries\": [\n" + Entry() + kClose;
+  const std::vector<std::string> kFirst = {
+      "    \"fentries\": \"\",\n",
+      "    \"fentries\": [\n        \"a\",\n        \"b\"\n    ],\n",
+      "    \"fentries\": [\n" + Entry() + ",\n" + Entry() + "\n    ],\n    \"x\": \"y\",\n",
+      "    \"fentries\": {\n        \"a\": \"b\"\n    },\n",
+  };
+  for (const std::string& first : kFirst) {
+    EXPECT_EQ(Counted("{\n" + first + last), "1") << first;
+  }
+}
+
+TEST(EntryCounter, ACutDocumentIsNone) {
+  const std::string document = kOpen + Entry() + ",\n" + Entry() + kClose;
+  for (std::size_t size = 0; size < document.size(); ++size) {
+    EXPECT_NE(Counted(document.substr(0, size), 64), "2") << size;
+  }
+  EXPECT_EQ(Counted(document.substr(0, document.size() - 1)), WrongAt(document.size() - 2));
+  EXPECT_EQ(Counted(""), WrongAt(0));
+}
+
+TEST(EntryCounter, SaysWhereALineIsOutOfPlace) {
+  const std::string document = kOpen + Entry() + ",\n" + Entry() + kClose;
+  struct Case {
+    std::string from;
+    std::string to;
+  };
+  // Each is the beginning of a line once it is replaced.
+  const std::vector<Case> kCases = {
+      {"{\n    \"kind", "[\n    \"kind"},
+      {"    \"kind", "   \"kind"},
+      {"        {\n            \"filenum\"", "        [\n            \"filenum\""},
+      {"            \"filenum\": \"1\"", "            \"filename\": \"1\""},
+      {"            \"length\": \"2\",", "            \"length\": \"2\""},
+      {"            \"length\": \"2\",", "            \"length\": \","},
+      {"            \"data\": \"d\"", "            \"data\": \"d\","},
+      {"            \"data\": \"d\"", "            \"data\": \""},
+      {"        },\n", "        };\n"},
+      {"        }\n", "        }}\n"},
+      {"    ]\n", "    ];\n"},
+  };
+  for (const Case& change : kCases) {
+    EXPECT_EQ(Counted(Replaced(document, change.from, change.to)),
+              WrongAt(document.find(change.from)))
+        << change.to;
+  }
+  EXPECT_EQ(Counted(Replaced(document, "    ]\n}\n", "    ]\n]\n")), WrongAt(document.size() - 2));
+  EXPECT_EQ(Counted(Replaced(document, "    ]\n}\n", "    ],\n}\n")), WrongAt(document.size() - 8));
+}
+
+TEST(EntryCounter, NothingFollowsADocument) {
+  const std::string document = kOpen + Entry() + kClose;
+  EXPECT_EQ(Counted(document + "\n"), WrongAt(document.size()));
+  EXPECT_EQ(Counted(document + "x"), WrongAt(document.size()));
+  EXPECT_EQ(Counted(document + "\nx\n"), WrongAt(document.size()));
+}
+
+TEST(EntryCounter, WithoutFentriesThereIsNoDocument) {
+  EXPECT_EQ(Counted("{\n    \"a\": \"b\"\n}\n"), WrongAt(15));
+}
