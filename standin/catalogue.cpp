@@ -224,7 +224,8 @@ std::string RandomSize(Random* random) {
     size += '.';
     size += std::to_string(random->Below(10));
   }
-  return size + unit;
+  size += unit;
+  return size;
 }
 
 Writer::Writer(const fs::path& path) : path_(path), file_(path, std::ios::binary) {
