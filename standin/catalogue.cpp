@@ -184,7 +184,8 @@ std::int64_t Random::Below(std::int64_t bound) {
 
 std::string Names::Client(std::int64_t index) const {
   if (odd_ && index == static_cast<std::int64_t>(kOddClients.size())) {
-    return std::string(kLongName, 'L');
+    const std::string name(kLongName, 'L');
+    return name;
   }
   return odd_ ? Numbered(kOddClients, index) : Numbered(kClients, index);
 }
