@@ -65,7 +65,8 @@ check_with_cppcheck() {
   cppcheck --std=c++20 --enable=warning,style,performance,portability --error-exitcode=1 --quiet \
     --suppress=incorrectLogicOperator:src/catalog/backup_sets.cpp \
     --suppress=zerodivcond:standin/make_catalogue.cpp \
-    -DQUILLMERE_INSTALL_ROOT='"/"' -I src src standin
+    -DQUILLMERE_INSTALL_ROOT='"/"' -DQUILLMERE_VERSION='"1"' \
+    -I src -I . archive src standin
 }
 
 install_missing "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}" "${CHECK_PACKAGES[@]}"
