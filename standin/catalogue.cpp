@@ -184,7 +184,7 @@ std::int64_t Random::Below(std::int64_t bound) {
 
 std::string Names::Client(std::int64_t index) const {
   if (odd_ && index == static_cast<std::int64_t>(kOddClients.size())) {
-    const std::string name(kLongName, 'L');
+    std::string name(kLongName, 'L');
     return name;
   }
   return odd_ ? Numbered(kOddClients, index) : Numbered(kClients, index);
