@@ -63,7 +63,7 @@ int Signals::Received() {
   return received_;
 }
 
-ChildProcess::ChildProcess(const std::function<void(int results)>& work) : pid_(-1) {
+ChildProcess::ChildProcess(const std::function<void(int results)>& work) {
   std::array<int, 2> ends{-1, -1};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) {
     throw SystemError("start", "a worker");

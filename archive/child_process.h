@@ -61,7 +61,7 @@ class ChildProcess {
  private:
   bool IsGone();
 
-  pid_t pid_;
+  pid_t pid_ = -1;
   bool is_running_ = true;
   int status_ = 0;  // as waitpid has it
   Descriptor results_;

@@ -101,6 +101,15 @@ void ForEachBelow(const Directory& directory, const std::string& path, int depth
   });
 }
 
+void AddImageNames(const Directory& client, const std::string& client_name,
+                   std::unordered_set<std::string>* names) {
+  for (const Directory::Entry& image : client.List()) {
+    if (image.kind == Directory::Kind::kDirectory) {
+      names->insert(client_name + '/' + image.name);
+    }
+  }
+}
+
 }  // namespace
 
 std::string SumsOf(const DocumentFacts& document, std::string_view manifest_text) {
@@ -191,13 +200,8 @@ std::unordered_set<std::string> Store::ImageNames() const {
     return names;
   }
   for (const Directory::Entry& client : images->List()) {
-    if (client.kind != Directory::Kind::kDirectory) {
-      continue;
-    }
-    for (const Directory::Entry& image : images->Open(client.name).List()) {
-      if (image.kind == Directory::Kind::kDirectory) {
-        names.insert(client.name + '/' + image.name);
-      }
+    if (client.kind == Directory::Kind::kDirectory) {
+      AddImageNames(images->Open(client.name), client.name, &names);
     }
   }
   return names;
@@ -230,25 +234,25 @@ void Store::PutSets(const Directory& series, const std::vector<NewFile>& sets) c
 }
 
 void Store::ForEachManifest(const Take& take, const Complain& complain) const {
+  const auto visit = [&](const Directory& image, const std::string& path) {
+    const std::optional<std::string> text = image.Read(kManifestFile);
+    if (!text) {
+      throw ArchiveError(image.PathOf(kManifestFile) + ": no such file");
+    }
+    take(path + '/' + kManifestFile, *text);
+  };
   if (const std::optional<Directory> images = root_.Find(kImagesDirectory)) {
-    ForEachBelow(*images, kImagesDirectory, 2, complain,
-                 [&](const Directory& image, const std::string& path) {
-                   const std::optional<std::string> text = image.Read(kManifestFile);
-                   if (!text) {
-                     throw ArchiveError(image.PathOf(kManifestFile) + ": no such file");
-                   }
-                   take(path + '/' + kManifestFile, *text);
-                 });
+    ForEachBelow(*images, kImagesDirectory, 2, complain, visit);
   }
 }
 
 void Store::ForEachSet(const Take& take, const Complain& complain) const {
+  const auto visit = [&](const Directory& series, const std::string& path) {
+    ForEach(series, Directory::Kind::kFile, complain, [&](const std::string& name) {
+      take(path + '/' + name, series.Read(name).value_or(""));
+    });
+  };
   if (const std::optional<Directory> sets = root_.Find(kSetsDirectory)) {
-    ForEachBelow(*sets, kSetsDirectory, 3, complain,
-                 [&](const Directory& series, const std::string& path) {
-                   ForEach(series, Directory::Kind::kFile, complain, [&](const std::string& name) {
-                     take(path + '/' + name, series.Read(name).value_or(""));
-                   });
-                 });
+    ForEachBelow(*sets, kSetsDirectory, 3, complain, visit);
   }
 }

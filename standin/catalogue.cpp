@@ -184,7 +184,8 @@ std::int64_t Random::Below(std::int64_t bound) {
 
 std::string Names::Client(std::int64_t index) const {
   if (odd_ && index == static_cast<std::int64_t>(kOddClients.size())) {
-    return std::string(kLongName, 'L');
+    std::string name(kLongName, 'L');
+    return name;
   }
   return odd_ ? Numbered(kOddClients, index) : Numbered(kClients, index);
 }
@@ -224,7 +225,8 @@ std::string RandomSize(Random* random) {
     size += '.';
     size += std::to_string(random->Below(10));
   }
-  return size + unit;
+  size += unit;
+  return size;
 }
 
 Writer::Writer(const fs::path& path) : path_(path), file_(path, std::ios::binary) {

@@ -158,20 +158,7 @@ class Nights {
   /// Returns the number of rows.
   std::int64_t Run() {
     for (std::int64_t client = 0; client < options_.clients; ++client) {
-      rows_.clear();
-      for (std::int64_t night = 0; night < options_.nights; ++night) {
-        for (std::int64_t policy = 0; policy < options_.policies; ++policy) {
-          AddNight(client, night, policy);
-        }
-      }
-      if (options_.newest_first) {
-        std::reverse(rows_.begin(), rows_.end());
-      }
-      listing_ << "\n" << kListingHeader;
-      for (const std::string& row : rows_) {
-        listing_ << row;
-      }
-      count_ += static_cast<std::int64_t>(rows_.size());
+      AddClient(client);
     }
     return count_;
   }
@@ -181,6 +168,23 @@ class Nights {
   static constexpr std::int64_t kHour = 3600;    // seconds
   static constexpr std::int64_t kMinute = 60;    // seconds
   static constexpr std::int64_t kFullEvery = 7;  // nights
+
+  void AddClient(std::int64_t client) {
+    rows_.clear();
+    for (std::int64_t night = 0; night < options_.nights; ++night) {
+      for (std::int64_t policy = 0; policy < options_.policies; ++policy) {
+        AddNight(client, night, policy);
+      }
+    }
+    if (options_.newest_first) {
+      std::reverse(rows_.begin(), rows_.end());
+    }
+    listing_ << "\n" << kListingHeader;
+    for (const std::string& row : rows_) {
+      listing_ << row;
+    }
+    count_ += static_cast<std::int64_t>(rows_.size());
+  }
 
   void AddNight(std::int64_t client, std::int64_t night, std::int64_t policy) {
     const std::int64_t start = kFirstTime + night * kDay + policy * kHour + client * kMinute;

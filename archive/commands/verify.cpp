@@ -192,35 +192,40 @@ class ImageCheck {
       findings_->AddImage(0);
       return;
     }
-    const bool is_compressed = IsCompressed(expected.file);
     DocumentFacts found;
-    Sha256 stored_hash;
-    Sha256 hash;
     EntryCounter entries;
     try {
-      ReadDocument(
-          image, expected.file,
-          [&](std::string_view piece) {
-            found.stored_bytes += piece.size();
-            stored_hash.Take(piece);
-          },
-          [&](std::string_view piece) {
-            found.bytes += piece.size();
-            entries.Take(piece);
-            if (is_compressed) {
-              hash.Take(piece);
-            }
-          });
+      Read(image, expected.file, &found, &entries);
     } catch (const ArchiveError& error) {
       Add(expected.file, error.what());
       findings_->AddImage(found.stored_bytes);
       return;
     }
-    found.stored_sha256 = stored_hash.Finish();
-    found.sha256 = is_compressed ? hash.Finish() : found.stored_sha256;
     findings_->AddImage(found.stored_bytes);
     Compare(expected, found);
     CompareEntries(expected.file, manifest.entries, entries);
+  }
+
+  /// What a document is, in *found as far as it can be read.
+  static void Read(const Directory& image, const std::string& file, DocumentFacts* found,
+                   EntryCounter* entries) {
+    const bool is_compressed = IsCompressed(file);
+    Sha256 stored_hash;
+    Sha256 hash;
+    const auto take_stored = [&](std::string_view piece) {
+      found->stored_bytes += piece.size();
+      stored_hash.Take(piece);
+    };
+    const auto take_plain = [&](std::string_view piece) {
+      found->bytes += piece.size();
+      entries->Take(piece);
+      if (is_compressed) {
+        hash.Take(piece);
+      }
+    };
+    ReadDocument(image, file, take_stored, take_plain);
+    found->stored_sha256 = stored_hash.Finish();
+    found->sha256 = is_compressed ? hash.Finish() : found->stored_sha256;
   }
 
   void Compare(const DocumentFacts& expected, const DocumentFacts& found) {
@@ -261,12 +266,16 @@ class Verification {
 
   int Run() {
     CheckRoot();
-    ForEachEntry(store_.root().Find(kImagesDirectory), kImagesDirectory, Kind::kDirectory,
-                 [this](const Directory& images, const std::string& name) {
-                   CheckClient(std::make_shared<const Directory>(images.Open(name)), name);
-                 });
+    const auto check_client = [this](const Directory& images, const std::string& name) {
+      CheckClient(std::make_shared<const Directory>(images.Open(name)), name);
+    };
+    if (const std::optional<Directory> images = store_.root().Find(kImagesDirectory)) {
+      ForEachEntry(*images, kImagesDirectory, Kind::kDirectory, check_client);
+    }
     tasks_.Finish();
-    CheckSets(store_.root().Find(kSetsDirectory), kSetsDirectory, {});
+    if (const std::optional<Directory> sets = store_.root().Find(kSetsDirectory)) {
+      CheckSets(*sets, kSetsDirectory, {});
+    }
     return findings_.Finish() ? kFound : kAllIsWell;
   }
 
@@ -290,19 +299,17 @@ class Verification {
 
   /// Calls `check` for each entry of `directory`, called `path`, that is of `kind`. Others don't
   /// belong there.
-  void ForEachEntry(const std::optional<Directory>& directory, const std::string& path, Kind kind,
+  void ForEachEntry(const Directory& directory, const std::string& path, Kind kind,
                     const std::function<void(const Directory&, const std::string&)>& check) {
-    if (!directory) {
-      return;
-    }
-    for (const Directory::Entry& entry : directory->List()) {
-      const std::string entry_path = path + '/' + entry.name;
+    for (const Directory::Entry& entry : directory.List()) {
+      std::string entry_path = path;
+      entry_path.append(1, '/').append(entry.name);
       if (entry.kind != kind) {
         findings_.Add(entry_path, "does not belong here");
         continue;
       }
       try {
-        check(*directory, entry.name);
+        check(directory, entry.name);
       } catch (const ArchiveError& error) {
         findings_.Add(entry_path, error.what());
       }
@@ -310,19 +317,16 @@ class Verification {
   }
 
   void CheckClient(const std::shared_ptr<const Directory>& client, const std::string& name) {
-    for (const Directory::Entry& entry : client->List()) {
-      if (entry.kind == Kind::kDirectory) {
-        tasks_.Add([this, client, name, image = entry.name] {
-          ImageCheck(*client, name, image, &findings_).Run();
-        });
-      } else {
-        findings_.Add(kImagesDirectory + '/' + name + '/' + entry.name, "does not belong here");
-      }
-    }
+    ForEachEntry(*client, kImagesDirectory + '/' + name, Kind::kDirectory,
+                 [&](const Directory& /*client*/, const std::string& image) {
+                   tasks_.Add([this, client, name, image] {
+                     ImageCheck(*client, name, image, &findings_).Run();
+                   });
+                 });
   }
 
   /// Checks the sets below `directory`, whose file names from that of the client on are `names`.
-  void CheckSets(const std::optional<Directory>& directory, const std::string& path,
+  void CheckSets(const Directory& directory, const std::string& path,
                  const std::vector<std::string>& names) {
     constexpr std::size_t kDepth = 3;  // client, policy, schedule
     const bool is_series = names.size() == kDepth;

@@ -12,8 +12,8 @@
 
 namespace {
 
-/// The text of what a reader makes of `text`; what is wrong, where there is nothing. Checks that it is
-/// the one or the other.
+/// The text of what a reader makes of `text`; what is wrong, where there is nothing. Checks that it
+/// is the one or the other.
 template <class Value>
 std::optional<std::string> Rewritten(
     const std::function<std::optional<Value>(std::string_view, std::string*)>& read,
