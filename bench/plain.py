@@ -14,8 +14,8 @@ NOT_NEEDED = (".git", "build", "tests")
 
 
 class PlainVersions:
-    """Makes the programs `folder`/NAME, for the install root `root`, in one build: a version differs
-    from the next in a file or two."""
+    """Makes the programs `folder`/NAME, for the install root `root`, in one build: each version
+    differs from the next in a file or two."""
 
     def __init__(self, folder, root):
         self._folder = folder
@@ -61,7 +61,3 @@ class PlainVersions:
         result = subprocess.run(command, capture_output=True, text=True, cwd=HERE.parent)
         if result.returncode != 0:
             sys.exit(f"{' '.join(map(os.fspath, command))} failed:\n{result.stdout}{result.stderr}")
-
-
-def names():
-    return sorted(path.stem for path in PATCHES.glob("*.patch"))

@@ -208,7 +208,7 @@ def prepare_case(bench, case):
 def run_case(bench, case, runs):
     prepare_case(bench, case)
     is_rival = case.title.startswith("rival")
-    is_counted = case.repeat == 1 and not case.title.startswith(("rival", "gain"))
+    is_counted = case.repeat == 1 and case.is_counted
     pairs = []
     for number in range(runs):
         progress(f"{case.title}, {case.subject.data.size:,}: run {number + 1} of {runs}")
@@ -269,10 +269,12 @@ def cells(row):
                  for name in ("memory", "bytes_in", "bytes_out")]
     digits = 5 if row["wall"] < 0.01 else 3
     seconds = [f"{row[name]:.{digits}f}" for name in ("wall", "user", "system")]
-    memory = f"{row['memory_ratio']:.2f} x" if row["against"].startswith(("it", "the", "without")) else ""
+    is_floor = not row["against"].startswith(("itself", "the tool", "without"))
+    memory = "" if is_floor else f"{row['memory_ratio']:.2f} x"
     targets = "; ".join(f"{text}: {'met' if is_met else 'NOT MET'}"
                         for text, is_met in row["targets"].items())
-    return [row["case"], "" if row["bytes_in"] is None else f"{row['size']:,}", *seconds, *megabytes, row["against"],
+    size = "" if row["bytes_in"] is None else f"{row['size']:,}"
+    return [row["case"], size, *seconds, *megabytes, row["against"],
             f"{row['base_wall']:.{digits}f}", f"{row['wall_ratio']:.2f} x", memory, targets]
 
 
@@ -350,7 +352,7 @@ def choose_cases(bench, scale, only):
         print("Left out, as it is not installed: DuckDB", file=sys.stderr)
         chosen = [case for case in chosen if case.subject.name != "DuckDB"]
     if not chosen:
-        sys.exit("No case has that in its name. They are:\n" + "\n".join(map(describe, cases(scale))))
+        sys.exit("\n".join(["No case has that in its name. They are:", *map(describe, cases(scale))]))
     return chosen
 
 

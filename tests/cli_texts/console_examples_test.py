@@ -97,8 +97,8 @@ class Console(unittest.TestCase):
 
 
 def demo_catalogue():
-    """The options that the demo makes its catalogue with."""
-    (line,) = re.findall(r"make_catalogue\" --root \S+ (--seed (?:.*\\\n)?.*)",
+    """The options that the demo makes the catalogue of the four actions with."""
+    (line,) = re.findall(r"make_catalogue\" --root \S+ (--seed .*\\\n.*--images .*)",
                          (ROOT / "scripts/demo.sh").read_text(encoding="ascii"))
     return dict(re.findall(r"--(\S+) (\d+)", line))
 
