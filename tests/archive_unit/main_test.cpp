@@ -1,3 +1,8 @@
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -6,6 +11,8 @@
 
 #include "archive/manifest.h"
 #include "product.h"
+
+int ArchiveMain(int argc, char** argv);
 
 using CommandLine = ArchiveTest;
 
@@ -78,4 +85,21 @@ TEST_F(CommandLine, EveryCommandRefusesWhatIsNoArchive) {
             (Outcome{4, "",
                      "ARCHIVE/archive.json: no such file; quillmere-archive init makes an "
                      "archive\n"}));
+}
+
+TEST_F(CommandLine, OutputThatCannotBeWrittenIsSaid) {
+  const std::string messages = directory_.PathOf("messages");
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO);
+    dup2(open(messages.c_str(), O_WRONLY | O_CREAT, 0600), STDERR_FILENO);
+    std::string program = "quillmere-archive";
+    std::string option = "--version";
+    char* arguments[] = {program.data(), option.data(), nullptr};
+    std::exit(ArchiveMain(2, arguments));
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(WEXITSTATUS(status), 4);
+  EXPECT_EQ(ReadFile(messages), "can't write standard output\n");
 }

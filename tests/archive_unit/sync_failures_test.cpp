@@ -293,3 +293,10 @@ TEST_F(SyncFailures, AStagingDirectoryThatCannotBeRemovedIsSaid) {
                      "can't remove ARCHIVE/.staging/" + std::to_string(getpid()) +
                          "-1: Device or resource busy\n"}));
 }
+
+TEST_F(SyncFailures, AStagingDirectoryThatCannotBeListedIsSaid) {
+  Does("qvmeta", "rm -rf '" + PathOf(".staging") + "'\n:>'" + PathOf(".staging") + "'; exit 1");
+  const Outcome outcome = Run({"sync", "ARCHIVE", "--jobs", "1", "--limit", "1"});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.err, testing::HasSubstr("can't open ARCHIVE/.staging: Not a directory\n"));
+}
