@@ -72,7 +72,7 @@ class Console(unittest.TestCase):
                     self.assertEqual(output, expected)
 
     def test_of_the_readme(self):
-        blocks = blocks_of_readme()
+        blocks = [block for block in blocks_of_readme() if "quillmere-archive" not in block]
         self.assertEqual(len(blocks), 1)
         self.assert_happens(blocks)
 
