@@ -69,7 +69,7 @@ ChildProcess::ChildProcess(const std::function<void(int results)>& work) {
     throw SystemError("start", "a worker");
   }
   results_ = Descriptor(ends[0]);
-  Descriptor results(ends[1]);
+  Descriptor worker_end(ends[1]);
   std::cout.flush();
   const pid_t parent = getpid();
   pid_ = fork();
@@ -79,7 +79,7 @@ ChildProcess::ChildProcess(const std::function<void(int results)>& work) {
   if (pid_ == 0) {
     results_.Close();
     BecomeWorker(parent);
-    work(results.get());
+    work(worker_end.get());
     std::exit(0);
   }
   setpgid(pid_, pid_);  // Both do it: whoever comes first.

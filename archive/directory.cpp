@@ -39,7 +39,7 @@ Directory::Kind KindOf(int at, const char* name) {
 
 ArchiveError SystemError(std::string_view what, const std::string& path) {
   const std::string reason = std::strerror(errno);
-  return {"can't " + std::string(what) + " " + path + ": " + reason};
+  return ArchiveError("can't " + std::string(what) + " " + path + ": " + reason);
 }
 
 Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
@@ -85,7 +85,7 @@ ArchiveError Directory::OpenError(const std::string& name) const {
   struct stat status {};
   if (fstatat(descriptor(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
       S_ISLNK(status.st_mode)) {
-    return {PathOf(name) + " is a symbolic link"};
+    return ArchiveError(PathOf(name) + " is a symbolic link");
   }
   return error;
 }

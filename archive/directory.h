@@ -14,8 +14,7 @@
 /// link".
 class ArchiveError : public std::runtime_error {
  public:
-  // NOLINTNEXTLINE(google-explicit-constructor): it is a text with a type of its own.
-  ArchiveError(const std::string& text) : std::runtime_error(text) {}
+  explicit ArchiveError(const std::string& text) : std::runtime_error(text) {}
 };
 
 /// An ArchiveError that says "can't WHAT PATH: " and what errno stands for.

@@ -121,13 +121,13 @@ void Store::Create(const std::string& path, const ArchiveInfo& info) {
   if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) {
     throw SystemError("make", path);
   }
-  const Directory root(path);
-  if (!IsEmpty(root)) {
+  const Directory archive(path);
+  if (!IsEmpty(archive)) {
     throw ArchiveError(path + " is not empty");
   }
   const NewFile file{kArchiveFile, TextOf(info)};
-  PutBatch(root.OpenOrMake(kStagingDirectory), root, {&file, 1});
-  root.Sync();
+  PutBatch(archive.OpenOrMake(kStagingDirectory), archive, {&file, 1});
+  archive.Sync();
 }
 
 Store::Store(const std::string& path) : root_(path), info_(InfoIn(root_)) {

@@ -112,7 +112,8 @@ class Exports {
     std::size_t next = 0;
     while (signals_->Received() == 0 && (!jobs_.empty() || (next < images.size() && HasRoom()))) {
       while (jobs_.size() < options_.jobs && next < images.size() && HasRoom()) {
-        Start(*images[next++]);
+        const BackupImage* const image = images[next++];
+        Start(*image);
       }
       Wait();
       TakeFinished();

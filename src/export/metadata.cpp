@@ -103,14 +103,14 @@ int FetchMetadata(const std::string& backup_id, const std::string& path,
   }
   output.Pclose();
   const bool is_written = ferror(file) == 0;
-  const bool is_whole = fclose(file) == 0 && is_written;
+  const bool is_closed = fclose(file) == 0;
 
   if (nesting.deepest() > DeepestNesting()) {
     // As the reader ends for a file that is no JSON document, where it would use up the stack.
     BOOST_PROPERTY_TREE_THROW(json_parser_error("nested too deeply", path, 0));
   }
   boost::property_tree::read_json(path, *metadata, std::locale());
-  if (!is_whole) {
+  if (!(is_written && is_closed)) {
     // What is left of the text may be a document, too.
     BOOST_PROPERTY_TREE_THROW(json_parser_error("write error", path, 0));
   }

@@ -14,6 +14,7 @@
 #include <functional>
 #include <iostream>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -173,15 +174,29 @@ TEST(StandardStreams, AnInterruptedWriteGoesOn) {
 }
 
 TEST(StandardStreams, WhatCannotBeWrittenFailsTheStream) {
-  for (const std::size_t size : {1U, 1000000U}) {
+  for (const auto& [before, size] : {std::pair(0U, 1U), {0U, 1000000U}, {1U, 1000000U}}) {
     const int full = open("/dev/full", O_WRONLY);
-    EXPECT_TRUE(EndedWell(StartChild(full, [size] {
+    EXPECT_TRUE(EndedWell(StartChild(full, [before = before, size = size] {
       const StandardStreams streams;
-      std::cout << std::string(size, 'x') << std::flush;
+      std::cout << std::string(before, 'x') << std::string(size, 'x') << std::flush;
       return std::cout.bad();
     })));
     close(full);
   }
+}
+
+TEST(StandardStreams, ABufferThatOverflowsWithoutACharacterIsWritten) {
+  struct Buffer : DescriptorBuffer {
+    using DescriptorBuffer::DescriptorBuffer;
+    using DescriptorBuffer::overflow;
+  };
+  const Ends ends = Pipe();
+  std::array<char, 10> memory = {};
+  Buffer buffer(ends[1], memory);
+  buffer.sputn("text", 4);
+  EXPECT_NE(buffer.overflow(std::char_traits<char>::eof()), std::char_traits<char>::eof());
+  close(ends[1]);
+  EXPECT_EQ(ReadToTheEnd(ends[0]), "text");
 }
 
 TEST(StandardStreams, WhatCouldNotBeWrittenIsNotWrittenLater) {
