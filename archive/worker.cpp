@@ -34,8 +34,6 @@ namespace {
 constexpr std::size_t kMostComplaints = std::size_t{64} * 1024;  // bytes, of one command
 const std::string kMetadataFile = "qvmeta.json";
 
-// --- A command that prints nothing ---------------------------------------------------------------
-
 /// The tool's units call a plain function when they wait for a command, so what it needs is here.
 struct Watch {
   int seconds = 0;
@@ -59,9 +57,6 @@ void WaitForOutput(int descriptor) {
   // For one that closes its output and stays: it is waited for where nobody looks.
   alarm(static_cast<unsigned>(watch.seconds) + 1);
 }
-
-// --- What commands write to standard error
-// ---------------------------------------------------------
 
 /// Standard error of the next command. In memory, and of a fixed size: a command that complains
 /// without end fills no disk.
@@ -116,9 +111,6 @@ class Captured {
   std::streambuf* former_;
 };
 
-// --- Results, on their way to the parent
-// -----------------------------------------------------------
-
 enum class Record : std::uint64_t { kCommandStarts = 1, kResult };
 
 std::string RecordOf(const ExportResult& result) {
@@ -170,9 +162,6 @@ ExportResult ReadResult(RecordReader* reader) {
   result.commands = ReadCommands(reader);
   return result;
 }
-
-// --- The export of one image
-// -----------------------------------------------------------------------
 
 class ImageExport {
  public:
