@@ -21,12 +21,15 @@ class Scale:
     huge: bool
     archived: int  # images
     slow_images: int
+    searched: tuple  # images and entries of each: some large ones, many small ones
 
 
 QUICK = Scale(200_000, 200_000, 200, 100_000, (50_000,), runs=3, rival_runs=1, gain_runs=5,
-              huge=False, archived=2_000, slow_images=40)
+              huge=False, archived=2_000, slow_images=40,
+              searched=((4, 100_000), (100, 2_000)))
 FULL = Scale(1_000_000, 1_000_000, 1_000, 1_000_000, (1_000_000, 500_000, 250_000, 50_000), runs=5,
-             rival_runs=5, gain_runs=9, huge=True, archived=20_000, slow_images=400)
+             rival_runs=5, gain_runs=9, huge=True, archived=20_000, slow_images=400,
+             searched=((20, 1_000_000), (2_000, 20_000)))
 HUGE_ENTRIES = 10_000_000
 MOST_ENTRIES = 50_000_000
 HUGE_DISK = 12 << 30  # bytes: entries and document, and some room
@@ -36,13 +39,14 @@ BY_COPY_BYTES = 20_000  # of memory, for each entry
 @dataclass(frozen=True)
 class Data:
     """A catalogue, kept between runs. `reads` says which of its files the subject gets to see.
-    `product`: "" for the stand-in's commands, which make their pipes large; "cat", which takes them
-    as they are; "paced", with a rec_unfold that takes a microsecond for each entry."""
+    `product`: "" for the stand-in's commands; "paced", with a rec_unfold that takes a microsecond
+    for each entry."""
     name: str
     size: int
     options: str
     reads: str
     product: str = ""
+    init: str = ""
 
 
 def image(entries, product=""):
@@ -50,10 +54,10 @@ def image(entries, product=""):
                 f"--images 1 --clients 1 --entries {entries}", "images/**/*", product)
 
 
-def listing(rows, parents=True, product=""):
+def listing(rows, parents=True):
     options = f"--listing-only --clients 6 --policies 4 --schedules 4 --images {rows}"
-    return Data(f"{'listing' if parents else 'lone'}-{rows}{product and '-' + product}", rows,
-                options if parents else options + " --no-parents", "listing", product)
+    return Data(f"{'listing' if parents else 'lone'}-{rows}", rows,
+                options if parents else options + " --no-parents", "listing")
 
 
 def backup_set(images):
@@ -63,6 +67,12 @@ def backup_set(images):
 def small_images(images, name="small"):
     return Data(f"{name}-{images}", images,
                 f"--clients 6 --policies 3 --images {images} --no-parents --entries 5", "**/*")
+
+
+def searched(images, entries, product="", init=""):
+    return Data(f"searched-{images}-{entries}{init}", images * entries,
+                f"--clients 6 --policies 3 --images {images} --no-parents --entries {entries}",
+                "**/*", product, init)
 
 
 @dataclass(frozen=True)
@@ -195,6 +205,33 @@ def archive_cases(scale):
                                              text="memory ≤ 32 MiB")))
 
 
+def reader_cases(scale):
+    one, ((few, large), (many, small)) = image(scale.entries), scale.searched
+    at_most = functools.partial(Target, "wall")
+    modest = Target("memory", lambda *_: 32 * MIB, text="memory ≤ 32 MiB")
+    for base, shell, targets in (
+            ("cat | wc -l", "cat {document} | wc -l > /dev/null", (at_most(4), modest)),
+            ("jq, three fields", "jq -r '.fentries[] | [.filenum, .length, .path] | @tsv' {document}"
+             " | cat > /dev/null", (at_most(1 / 25, text="wall ≤ 1/25"),)),
+            ("stream_image.py", "python3 {here}/../examples/stream_image.py {document}"
+             " | cat > /dev/null", (at_most(1 / 10, text="wall ≤ 1/10"),))):
+        yield Case("archive: entries", Command("", "{archiver} entries {document} | cat > /dev/null",
+                                               one), Command(base, shell, one), targets)
+    find = "{archiver} find {archive} '*no-such-name*' > /dev/null || true"
+    for title, data, base, shell in (
+            ("plain", searched(few, large), "grep -cF",
+             "grep -cF no-such-name {archive}/images/*/*/*_*.json > /dev/null || true"),
+            ("compressed", searched(few, large, init="--compress=3"), "zstd -dc | grep -cF",
+             "zstd -dc {archive}/images/*/*/*.zst | grep -cF no-such-name > /dev/null || true")):
+        yield Case(f"archive: find of a glob, {title}", Command("", find, data),
+                   Command(base, shell, data), (at_most(1.5), modest), runs=3)
+    data = searched(many, small, product="one")
+    yield Case("archive: find of a path that one image holds",
+               Command("", "{archiver} find {archive} /only/here > /dev/null", data),
+               Command("reading all", "cat {archive}/images/*/*/*_*.json > /dev/null", data),
+               (at_most(0.1), modest), runs=3)
+
+
 def rival_cases(scale):
     free = int(next(line for line in open("/proc/meminfo") if "MemAvailable" in line).split()[1])
     for rival in RIVALS:
@@ -215,20 +252,21 @@ def gain_cases(scale):
     """What the tool wins with each thing that is less plain for the sake of speed: the subject is
     the tool, and the base the tool without it."""
     rows, entries = listing(scale.rows), image(scale.entries)
-    cat_rows, cat_entries = (listing(scale.rows, product="cat"), image(scale.entries, "cat"))
+    if scale.huge:
+        paced = image(HUGE_ENTRIES, "paced")
+        yield Case("gain: pipe_of_commands", Command("dump_backup", TO_PIPE, paced),
+                   without("pipe_of_commands", TO_PIPE, paced), (Target("wall", 0.95),), runs=3)
     for name, shell, data in (
-            ("pipe_of_commands", LIST, cat_rows), ("pipe_of_commands", SET_LIST, cat_rows),
-            ("pipe_of_commands", TO_PIPE, cat_entries), ("buffer_of_commands", LIST, rows),
-            ("buffer_of_commands", SET_LIST, rows), ("buffer_of_commands", TO_PIPE, entries),
+            ("buffer_of_commands", LIST, rows), ("buffer_of_commands", SET_LIST, rows),
+            ("buffer_of_commands", TO_PIPE, entries),
             ("pipe_of_output", LIST, rows), ("pipe_of_output", TO_PIPE, entries),
-            ("buffer_of_output", LIST, rows), ("huge_pages_for_rows", SET_LIST, rows),
-            ("huge_pages_for_records", SET_LIST, rows), ("steps_for_records", SET_LIST, rows),
-            ("whole_numbers", SET_LIST, rows), ("sizes", SET_LIST, rows),
-            ("series_images", SET_LIST, rows), ("hashed_tags", SET_LIST, rows),
-            ("huge_pages_for_entries", TO_PIPE, entries), ("groups_of_bytes", TO_PIPE, entries)):
+            ("buffer_of_output", LIST, rows), ("sorted_items", SET_LIST, rows),
+            ("steps_for_records", SET_LIST, rows), ("whole_numbers", SET_LIST, rows),
+            ("sizes", SET_LIST, rows), ("series_images", SET_LIST, rows),
+            ("hashed_tags", SET_LIST, rows), ("groups_of_bytes", TO_PIPE, entries)):
         action = shell.split("--action ")[1].split()[0]
         yield Case(f"gain: {name}", Command(action, shell, data), without(name, shell, data),
-                   (Target("wall", 0.9),), scale.gain_runs)
+                   (Target("wall", 0.95),), scale.gain_runs)
 
 
 def without(name, shell, data):
@@ -295,5 +333,6 @@ def cases(scale):
         yield Case("--help", Command("", "{tool} --help", image(1)),
                    Command(base, "{build}/" + base, image(1)), targets, repeat=300)
     yield from archive_cases(scale)
+    yield from reader_cases(scale)
     yield from rival_cases(scale)
     yield from gain_cases(scale)

@@ -22,7 +22,6 @@
 
 #include "host/command_output.h"
 #include "layout/layout.h"
-#include "system/huge_pages.h"
 
 namespace {
 
@@ -46,13 +45,12 @@ class RowArena {
   }
 
  private:
-  static constexpr std::size_t kLargestChunk = std::size_t{8} * 1024 * 1024;  // some huge pages
+  static constexpr std::size_t kLargestChunk = std::size_t{8} * 1024 * 1024;  // bytes
 
   void AddChunk(std::size_t least_size) {
     next_chunk_ = std::min(2 * next_chunk_, kLargestChunk);
     left_ = std::max(next_chunk_, least_size);
     free_ = chunks_.emplace_back(std::make_unique_for_overwrite<char[]>(left_)).get();
-    PreferHugePages(free_, left_);
   }
 
   std::vector<std::unique_ptr<char[]>> chunks_;
@@ -161,7 +159,6 @@ class ListingParser {
       // In larger steps than the vector would take, as memory is touched only as it fills, and each
       // step moves every record: measured; run the benchmark.
       images_->reserve(std::max(kFirstCapacity, 4 * images_->size()));
-      PreferHugePages(images_->data(), images_->capacity() * sizeof(BackupImage));
     }
     if (!CutRow(rows.Keep(row), &images_->emplace_back())) {
       images_->pop_back();

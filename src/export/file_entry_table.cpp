@@ -8,12 +8,10 @@
 #include <cstring>
 #include <ostream>
 
-#include "system/huge_pages.h"
-
 namespace {
 
 constexpr std::size_t kFirstChunkSize = std::size_t{64} * 1024;   // bytes
-constexpr std::size_t kChunkSize = std::size_t{8} * 1024 * 1024;  // some huge pages
+constexpr std::size_t kChunkSize = std::size_t{8} * 1024 * 1024;  // bytes
 constexpr std::size_t kWriteSize = std::size_t{512} * 1024;       // bytes written at a time
 constexpr std::string_view kEmptyArray = "\"\"";
 
@@ -237,7 +235,6 @@ void FileEntryTable::AddChunk(std::size_t size) {
   }
   capacity = std::max(capacity, size);
   chunks_.push_back({std::make_unique_for_overwrite<char[]>(capacity), 0, capacity});
-  PreferHugePages(chunks_.back().text.get(), capacity);
 }
 
 void FileEntryTable::PackLastChunk(std::size_t size) {

@@ -2,11 +2,13 @@
 """Memory that is refused in the middle of what a command prints."""
 
 import resource
+import signal
 
 import faults
 from faults import CLIENT, ENTRY, FIRST, IMAGE, LISTING, METADATA, SET_LIST
 
-LIMIT = 32 * 1024 * 1024  # bytes; without a catalogue, the tool takes a third of it
+MIB = 1024 * 1024
+LIMIT = 32 * MIB  # bytes; without a catalogue, the tool takes a third of it
 OUT_OF_MEMORY = (
     b"terminate called after throwing an instance of 'std::bad_alloc'\n  what():  std::bad_alloc\n"
 )
@@ -68,6 +70,21 @@ class Memory(faults.FaultTest):
         printed = self.check_ends(SET_LIST + TRACED, files={})
         beginning = f"[cmd] {faults.OPTIONS.root}/bin/admincmd/qvroll\n\nBackupid \n"
         self.check_trace(printed, beginning.encode(), row + b"\n")
+
+
+class MemoryForTheDocument(faults.FaultTest):
+    def test_that_is_short_is_never_told_as_a_write_error(self):
+        self.scripts["qvmeta"] = self.prints(b'{"a": "' + b"b" * (12 * MIB) + b'"}\n')
+        self.install()
+        document = self.out / f"{FIRST}.json"
+        ends = set()
+        for limit in range(32 * MIB, 160 * MIB, 4 * MIB):
+            document.unlink(missing_ok=True)
+            process = self.start(IMAGE + self.to_out, limits={resource.RLIMIT_AS: limit})
+            stderr = process.communicate(timeout=faults.TIMEOUT)[1]
+            ends.add((process.returncode, stderr, document.exists()))
+        refused = -signal.SIGABRT, OUT_OF_MEMORY
+        self.assertEqual({(*refused, False), (*refused, True), (0, b"", True)}, ends)
 
 
 if __name__ == "__main__":
