@@ -117,12 +117,23 @@ std::vector<Directory::Entry> Directory::List() const {
   return entries;
 }
 
+bool Directory::Has(const std::string& name) const {
+  return faccessat(descriptor(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0 || errno != ENOENT;
+}
+
 Directory Directory::Open(const std::string& name) const {
   Descriptor opened(TryOpen(name, kDirectoryFlags));
   if (opened.get() < 0) {
     throw OpenError(name);
   }
   return {std::move(opened), PathOf(name)};
+}
+
+Directory Directory::OpenBelow(std::string_view path) const {
+  const std::size_t end = path.find('/');
+  Directory directory = Open(std::string(path.substr(0, end)));
+  return end == std::string_view::npos ? std::move(directory)
+                                       : directory.OpenBelow(path.substr(end + 1));
 }
 
 std::optional<Directory> Directory::Find(const std::string& name) const {
@@ -159,7 +170,7 @@ Descriptor Directory::OpenFile(const std::string& name) const {
 }
 
 std::optional<std::string> Directory::Read(const std::string& name) const {
-  if (faccessat(descriptor(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT) {
+  if (!Has(name)) {
     return std::nullopt;
   }
   const Descriptor file = OpenFile(name);

@@ -61,7 +61,12 @@ class Directory {
   /// Its entries in byte order of their names.
   [[nodiscard]] std::vector<Entry> List() const;
 
+  /// True when there is such an entry, of any kind.
+  [[nodiscard]] bool Has(const std::string& name) const;
+
   [[nodiscard]] Directory Open(const std::string& name) const;
+  /// The directory `path` below, name by name.
+  [[nodiscard]] Directory OpenBelow(std::string_view path) const;
   /// Nothing when there is no such entry.
   [[nodiscard]] std::optional<Directory> Find(const std::string& name) const;
   /// Makes it first, durably, when there is none.

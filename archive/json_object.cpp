@@ -72,6 +72,10 @@ void AddTime(std::string_view key, std::int64_t seconds, Json* object) {
   (*object)[name + "_utc"] = utc ? Json(*utc) : Json();
 }
 
+std::string Utf8Of(std::string_view text) {
+  return Json::parse(JsonLine(text)).get<std::string>();
+}
+
 std::string JsonText(const Json& object) {
   return object.dump(4, ' ', false, kReplace) + '\n';
 }

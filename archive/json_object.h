@@ -22,6 +22,9 @@ void AddText(std::string_view key, std::string_view text, Json* object);
 /// Adds `seconds` under `key`, and in RFC 3339 under the key with "_utc" behind it.
 void AddTime(std::string_view key, std::int64_t seconds, Json* object);
 
+/// `text` as UTF-8: what is none becomes U+FFFD.
+std::string Utf8Of(std::string_view text);
+
 /// The text of a file: indented, with a newline at the end. What is no UTF-8 becomes U+FFFD.
 std::string JsonText(const Json& object);
 

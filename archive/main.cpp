@@ -1,4 +1,5 @@
 #include <cstddef>
+#include <exception>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -6,11 +7,13 @@
 
 #include <CLI/CLI.hpp>
 
+#include "archive/commands/entries.h"
+#include "archive/commands/find.h"
 #include "archive/commands/init.h"
 #include "archive/commands/list.h"
+#include "archive/commands/prune.h"
 #include "archive/commands/sync.h"
 #include "archive/commands/verify.h"
-#include "archive/directory.h"
 #include "archive/manifest.h"
 #include "archive/status.h"
 #include "archive/units.h"
@@ -20,6 +23,7 @@
 namespace {
 
 constexpr std::size_t kMostJobs = 256;
+constexpr std::size_t kMostKept = 1000000;  // sets of a series
 
 /// What every command takes first.
 void AddArchive(CLI::App* command, std::string* archive) {
@@ -82,6 +86,9 @@ CLI::App* AddSync(CLI::App* program, SyncOptions* options) {
       ->default_str(options->timeout.text);
   AddParsed(command, "--keep-free", &options->keep_free, ParseFreeSpace, "SIZE",
             "Begin no image with less free space: 5%, 10G");
+  command->add_option("--metrics", options->metrics, "Tell Prometheus' node exporter how it went")
+      ->type_name("FILE");
+  command->add_flag("--again", options->is_again, "Also images that were pruned");
   command->add_flag("--dry-run", options->is_dry_run, "Only say what would be exported");
   command->add_flag("--quiet", options->is_quiet, "Print warnings and failures only");
   return command;
@@ -110,6 +117,72 @@ CLI::App* AddVerify(CLI::App* program, VerifyOptions* options) {
   return command;
 }
 
+CLI::App* AddPrune(CLI::App* program, PruneOptions* options) {
+  CLI::App* const command =
+      program->add_subcommand("prune", "Remove old sets and images that nothing newer needs");
+  AddArchive(command, &options->archive);
+  AddParsed(command, "--older-than", &options->older_than, ParseAge, "AGE",
+            "Only what is older: 400d")
+      ->required();
+  command->add_option("--keep-last", options->keep_last, "Newest sets of a series that stay")
+      ->type_name("N")
+      ->check(CLI::Range(std::size_t{1}, kMostKept).description(""))
+      ->capture_default_str();
+  command->add_flag("--dry-run", options->is_dry_run, "Only say what would be removed");
+  command->add_flag("--yes", options->is_confirmed, "Don't ask on a terminal");
+  command->add_flag("--force", options->is_forced, "Even if more than half of the images go");
+  return command;
+}
+
+/// The options that choose images.
+void AddChoice(CLI::App* command, ImageChoice* choice) {
+  AddTexts(command, "--client", &choice->clients, "NAME", "Only images of this client");
+  AddTexts(command, "--policy", &choice->policies, "NAME", "Only images of this policy");
+  AddTexts(command, "--schedule", &choice->schedules, "NAME", "Only images of this schedule");
+  AddParsed(command, "--before", &choice->before, ParseTime, "TIME", "Only images before that");
+  AddParsed(command, "--after", &choice->after, ParseTime, "TIME", "Only images after that");
+}
+
+CLI::App* AddFind(CLI::App* program, FindOptions* options) {
+  CLI::App* const command = program->add_subcommand("find", "Tell which images hold a file");
+  AddArchive(command, &options->archive);
+  command->add_option("PATTERN", options->patterns, "Globs over the whole path; * matches / too")
+      ->type_name("")
+      ->required();
+  command->add_flag("--substring", options->is_substring, "Patterns are any part of the path");
+  command->add_flag("--ignore-case", options->ignores_case, "Ignore the case of ASCII letters");
+  AddChoice(command, &options->choice);
+  command->add_flag("--newest", options->is_newest,
+                    "Only the newest image of each client and path");
+  command->add_flag("--json", options->is_json, "Each as a line of JSON");
+  return command;
+}
+
+CLI::App* AddEntries(CLI::App* program, EntriesOptions* options) {
+  CLI::App* const command = program->add_subcommand("entries", "Print each file entry as a line");
+  command
+      ->add_option("SOURCE", options->sources,
+                   "Archives, image directories, documents; - for stdin")
+      ->type_name("")
+      ->required();
+  command
+      ->add_option_function<std::string>(
+          "--format",
+          [options](const std::string& text) {
+            options->format =
+                text == "tsv" ? EntriesOptions::Format::kTsv : EntriesOptions::Format::kNdjson;
+          },
+          "tsv or ndjson")
+      ->type_name("FORMAT")
+      ->check(CLI::IsMember({"tsv", "ndjson"}).description(""))
+      ->default_str("tsv");
+  AddParsed(command, "--columns", &options->columns, ParseColumns, "LIST",
+            "Which columns, in which order: client,path");
+  command->add_flag("--header", options->has_header, "Begin with the names of the columns");
+  AddChoice(command, &options->choice);
+  return command;
+}
+
 /// Runs what the arguments say. Returns a Status.
 int Run(int argc, char** argv) {
   CLI::App program("Keeps every backup image of the catalogue, and checks what it keeps.",
@@ -120,10 +193,16 @@ int Run(int argc, char** argv) {
   SyncOptions sync_options;
   ListOptions list_options;
   VerifyOptions verify_options;
+  PruneOptions prune_options;
+  FindOptions find_options;
+  EntriesOptions entries_options;
   const CLI::App* const init = AddInit(&program, &init_options);
   const CLI::App* const sync = AddSync(&program, &sync_options);
   const CLI::App* const list = AddList(&program, &list_options);
-  AddVerify(&program, &verify_options);
+  const CLI::App* const verify = AddVerify(&program, &verify_options);
+  const CLI::App* const prune = AddPrune(&program, &prune_options);
+  const CLI::App* const find = AddFind(&program, &find_options);
+  AddEntries(&program, &entries_options);
   try {
     program.parse(argc, argv);
   } catch (const CLI::ParseError& end) {
@@ -135,7 +214,16 @@ int Run(int argc, char** argv) {
   if (sync->parsed()) {
     return Sync(sync_options);
   }
-  return list->parsed() ? List(list_options) : Verify(verify_options);
+  if (list->parsed()) {
+    return List(list_options);
+  }
+  if (verify->parsed()) {
+    return Verify(verify_options);
+  }
+  if (prune->parsed()) {
+    return Prune(prune_options);
+  }
+  return find->parsed() ? Find(find_options) : Entries(entries_options);
 }
 
 }  // namespace
@@ -146,7 +234,7 @@ int main(int argc, char** argv) {
   int status = kArchiveFailed;
   try {
     status = Run(argc, argv);
-  } catch (const ArchiveError& error) {
+  } catch (const std::exception& error) {
     std::cerr << Printable(error.what()) << '\n';
   }
   if (!std::cout.flush()) {

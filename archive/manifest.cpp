@@ -10,6 +10,7 @@ constexpr std::string_view kArchiveFormat = "quillmere-archive";
 constexpr std::string_view kManifestFormat = "quillmere-archive image";
 constexpr std::string_view kSetFormat = "quillmere-archive set";
 constexpr int kVersion = 1;  // of each of them
+constexpr std::string_view kPruned = "pruned";
 
 /// `texts` as an array of objects with the member `key`.
 Json ArrayOf(const std::vector<std::string>& texts, std::string_view key) {
@@ -69,6 +70,24 @@ std::vector<CommandRun> CommandsFrom(const Json& array, JsonReader* reader) {
   return commands;
 }
 
+Manifest ManifestFrom(JsonReader* reader) {
+  return {.program = reader->Text("program"),
+          .server = reader->Text("server"),
+          .client = reader->Text("client"),
+          .policy = reader->Text("policy"),
+          .schedule = reader->Text("schedule"),
+          .backup_id = reader->Text("backup_id"),
+          .backup_time = reader->Integer("backup_time"),
+          .size = reader->Text("size"),
+          .size_bytes = reader->Count("size_bytes"),
+          .files = reader->Integer("files"),
+          .exported = reader->Integer("exported"),
+          .export_seconds = reader->Number("export_seconds"),
+          .document = DocumentFrom(reader->Object("document"), reader),
+          .entries = reader->Count("entries"),
+          .commands = CommandsFrom(reader->Array("commands"), reader)};
+}
+
 /// `value` if the reader found everything right.
 template <class Value>
 std::optional<Value> IfRight(Value value, const JsonReader& reader, std::string* error) {
@@ -118,21 +137,22 @@ std::string TextOf(const Manifest& manifest) {
 
 std::optional<Manifest> ReadManifest(std::string_view text, std::string* error) {
   JsonReader reader(text, kManifestFormat, kVersion);
-  Manifest manifest{.program = reader.Text("program"),
-                    .server = reader.Text("server"),
-                    .client = reader.Text("client"),
-                    .policy = reader.Text("policy"),
-                    .schedule = reader.Text("schedule"),
-                    .backup_id = reader.Text("backup_id"),
-                    .backup_time = reader.Integer("backup_time"),
-                    .size = reader.Text("size"),
-                    .size_bytes = reader.Count("size_bytes"),
-                    .files = reader.Integer("files"),
-                    .exported = reader.Integer("exported"),
-                    .export_seconds = reader.Number("export_seconds"),
-                    .document = DocumentFrom(reader.Object("document"), &reader),
-                    .entries = reader.Count("entries"),
-                    .commands = CommandsFrom(reader.Array("commands"), &reader)};
+  Manifest manifest = ManifestFrom(&reader);
+  return IfRight(std::move(manifest), reader, error);
+}
+
+std::string MarkOf(std::string_view text, std::int64_t pruned) {
+  const std::string_view members = text.substr(0, text.rfind('}'));
+  Json mark;
+  AddTime(kPruned, pruned, &mark);
+  return std::string(members.substr(0, members.find_last_not_of(" \t\r\n") + 1)) + ',' +
+         JsonText(mark).substr(1);
+}
+
+std::optional<Manifest> ReadMark(std::string_view text, std::string* error) {
+  JsonReader reader(text, kManifestFormat, kVersion);
+  Manifest manifest = ManifestFrom(&reader);
+  reader.Integer(kPruned);
   return IfRight(std::move(manifest), reader, error);
 }
 

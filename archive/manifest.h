@@ -73,10 +73,16 @@ std::string TextOf(const ArchiveInfo& info);
 std::string TextOf(const Manifest& manifest);
 std::string TextOf(const SetFile& set);
 
+/// The manifest `text`, which has to be one, of an image that was pruned at the time `pruned`: as
+/// it is, with two members more behind its own.
+std::string MarkOf(std::string_view text, std::int64_t pruned);
+
 // The way back, from any bytes. Nothing for a text that is not right, with what is wrong in *error
 // as JsonReader has it.
 std::optional<ArchiveInfo> ReadArchiveInfo(std::string_view text, std::string* error);
 std::optional<Manifest> ReadManifest(std::string_view text, std::string* error);
 std::optional<SetFile> ReadSetFile(std::string_view text, std::string* error);
+/// The same of the manifest of an image that was pruned, and of no other.
+std::optional<Manifest> ReadMark(std::string_view text, std::string* error);
 
 #endif  // QUILLMERE_ARCHIVE_MANIFEST_H_

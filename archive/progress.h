@@ -16,6 +16,7 @@ struct SyncCounts {
   std::size_t sets_written = 0;
   std::size_t sets_removed = 0;
   std::size_t sets_waiting = 0;  ///< for images
+  std::uint64_t stored_bytes = 0;
 };
 
 /// What a person sees of a sync: on a terminal a line that is redrawn in place, elsewhere a line

@@ -17,8 +17,9 @@ using SeriesKey = std::tuple<std::string_view, std::string_view, std::string_vie
 class SeriesUpdate {
  public:
   SeriesUpdate(const Store& store, const SeriesKey& series,
-               const std::unordered_set<std::string>& images, SyncCounts* counts)
-      : store_(store), images_(images), counts_(counts) {
+               const std::unordered_set<std::string>& images,
+               const std::unordered_set<std::string>& pruned, SyncCounts* counts)
+      : store_(store), images_(images), pruned_(pruned), counts_(counts) {
     std::tie(client_, policy_, schedule_) = series;
     directory_ = store_.FindSeries(client_, policy_, schedule_, false);
   }
@@ -45,8 +46,10 @@ class SeriesUpdate {
       return;
     }
     if (!std::all_of(set.image_ids.begin(), set.image_ids.end(),
-                     [this](std::string_view id) { return IsThere(id); })) {
-      ++counts_->sets_waiting;
+                     [this](std::string_view id) { return images_.contains(ImageNameOf(id)); })) {
+      if (!HasPruned(set)) {
+        ++counts_->sets_waiting;
+      }
       return;
     }
     covered_.insert(set.image_ids.begin(), set.image_ids.end());
@@ -74,8 +77,9 @@ class SeriesUpdate {
     is_changed_ = true;
   }
 
-  [[nodiscard]] bool IsThere(std::string_view id) const {
-    return images_.contains(FileNameOf(ClientOf(id)) + '/' + FileNameOf(id));
+  [[nodiscard]] bool HasPruned(const BackupSet& set) const {
+    return std::any_of(set.image_ids.begin(), set.image_ids.end(),
+                       [this](std::string_view id) { return pruned_.contains(ImageNameOf(id)); });
   }
 
   void RemoveSuperseded() {
@@ -99,6 +103,7 @@ class SeriesUpdate {
 
   const Store& store_;
   const std::unordered_set<std::string>& images_;
+  const std::unordered_set<std::string>& pruned_;
   SyncCounts* counts_;
   std::string client_;
   std::string policy_;
@@ -113,7 +118,8 @@ class SeriesUpdate {
 }  // namespace
 
 bool UpdateSets(const Store& store, const std::vector<const BackupSet*>& sets,
-                const std::unordered_set<std::string>& images, const Store::Complain& complain,
+                const std::unordered_set<std::string>& images,
+                const std::unordered_set<std::string>& pruned, const Store::Complain& complain,
                 SyncCounts* counts) {
   std::map<SeriesKey, std::vector<const BackupSet*>> sets_by_series;
   for (const BackupSet* const set : sets) {
@@ -122,7 +128,7 @@ bool UpdateSets(const Store& store, const std::vector<const BackupSet*>& sets,
   bool is_all_well = true;
   for (const auto& [series, its_sets] : sets_by_series) {
     try {
-      SeriesUpdate(store, series, images, counts).Run(its_sets);
+      SeriesUpdate(store, series, images, pruned, counts).Run(its_sets);
     } catch (const ArchiveError& error) {
       complain(error);
       is_all_well = false;

@@ -72,45 +72,104 @@ ArchiveInfo InfoIn(const Directory& root) {
   return *std::move(info);
 }
 
-/// Calls `visit` with what `directory` holds of `kind`. What throws an ArchiveError in it is left
-/// out.
-void ForEach(const Directory& directory, Directory::Kind kind, const Store::Complain& complain,
-             const std::function<void(const std::string& name)>& visit) {
-  for (const Directory::Entry& entry : directory.List()) {
-    if (entry.kind != kind) {
-      continue;
+/// Who is told of what can't be read, and whether of what doesn't belong there.
+struct Told {
+  const Store::Complain& complain;
+  Store::Strays strays;
+};
+
+/// Calls `visit` with an entry of `directory` that is of `kind`. Where that throws an ArchiveError,
+/// it is left out.
+void Visit(const Directory& directory, const Directory::Entry& entry, Directory::Kind kind,
+           const Told& told, const std::function<void(const std::string& name)>& visit) {
+  if (entry.kind != kind) {
+    if (told.strays == Store::Strays::kComplained) {
+      told.complain(ArchiveError(directory.PathOf(entry.name) + ": does not belong here"));
     }
-    try {
-      visit(entry.name);
-    } catch (const ArchiveError& error) {
-      complain(error);
+    return;
+  }
+  try {
+    visit(entry.name);
+  } catch (const ArchiveError& error) {
+    if (directory.Has(entry.name)) {
+      told.complain(error);
     }
   }
 }
 
+/// The same for each of its entries.
+void ForEach(const Directory& directory, Directory::Kind kind, const Told& told,
+             const std::function<void(const std::string& name)>& visit) {
+  for (const Directory::Entry& entry : directory.List()) {
+    Visit(directory, entry, kind, told, visit);
+  }
+}
+
 /// The same for each directory that is `depth` levels below, with what it is called from `path` on.
-void ForEachBelow(const Directory& directory, const std::string& path, int depth,
-                  const Store::Complain& complain,
+void ForEachBelow(const Directory& directory, const std::string& path, int depth, const Told& told,
                   const std::function<void(const Directory&, const std::string& path)>& visit) {
   if (depth == 0) {
     visit(directory, path);
     return;
   }
-  ForEach(directory, Directory::Kind::kDirectory, complain, [&](const std::string& name) {
-    ForEachBelow(directory.Open(name), path + '/' + name, depth - 1, complain, visit);
+  ForEach(directory, Directory::Kind::kDirectory, told, [&](const std::string& name) {
+    ForEachBelow(directory.Open(name), path + '/' + name, depth - 1, told, visit);
   });
 }
 
-void AddImageNames(const Directory& client, const std::string& client_name,
-                   std::unordered_set<std::string>* names) {
-  for (const Directory::Entry& image : client.List()) {
-    if (image.kind == Directory::Kind::kDirectory) {
-      names->insert(client_name + '/' + image.name);
+void AddNames(const Directory& directory, const std::string& name, Directory::Kind kind,
+              const std::string& suffix, std::unordered_set<std::string>* names) {
+  for (const Directory::Entry& entry : directory.List()) {
+    if (entry.kind == kind && entry.name.ends_with(suffix)) {
+      names->insert(name + '/' + entry.name.substr(0, entry.name.size() - suffix.size()));
     }
   }
 }
 
+/// The entries of `kind` of the directories in `top`, "DIRECTORY/ENTRY", whose names end in
+/// `suffix`, without that.
+std::unordered_set<std::string> NamesIn(const std::optional<Directory>& top, Directory::Kind kind,
+                                        const std::string& suffix) {
+  std::unordered_set<std::string> names;
+  if (!top) {
+    return names;
+  }
+  for (const Directory::Entry& directory : top->List()) {
+    if (directory.kind == Directory::Kind::kDirectory) {
+      AddNames(top->Open(directory.name), directory.name, kind, suffix, &names);
+    }
+  }
+  return names;
+}
+
+void TakeFile(const Directory& directory, const std::string& path, const std::string& name,
+              const Store::Take& take) {
+  if (const std::optional<std::string> text = directory.Read(name)) {
+    take(path + '/' + name, *text);
+  }
+}
+
+/// An image's "CLIENT/ID" in two.
+std::pair<std::string, std::string> ClientAndId(const std::string& name) {
+  const std::size_t at = name.find('/');
+  return {name.substr(0, at), name.substr(at + 1)};
+}
+
 }  // namespace
+
+std::string ImageNameOf(std::string_view backup_id) {
+  return FileNameOf(ClientOf(backup_id)) + '/' + FileNameOf(backup_id);
+}
+
+bool IsOfImage(const Manifest& manifest, std::string_view name, std::string_view suffix) {
+  return manifest.client == ClientOf(manifest.backup_id) &&
+         ImageNameOf(manifest.backup_id).append(suffix) == name;
+}
+
+std::string SetNameOf(const SetFile& set) {
+  return FileNameOf(set.client) + '/' + FileNameOf(set.policy) + '/' + FileNameOf(set.schedule) +
+         '/' + FileNameOf(TimeOf(set.backup_id)) + ".json";
+}
 
 std::string SumsOf(const DocumentFacts& document, std::string_view manifest_text) {
   return document.stored_sha256 + "  " + document.file + '\n' + Sha256Of(manifest_text) + "  " +
@@ -168,9 +227,13 @@ void Store::ClearStaging() const {
   }
 }
 
+std::string Store::NewStagingName() {
+  return std::to_string(getpid()) + '-' + std::to_string(++staging_count_);
+}
+
 Staging Store::NewStaging() {
   const Directory all = root_.OpenOrMake(kStagingDirectory);
-  std::string name = std::to_string(getpid()) + '-' + std::to_string(++staging_count_);
+  std::string name = NewStagingName();
   all.Make(name);
   Directory work = all.Open(name);
   work.Make(kStagedImage);
@@ -194,17 +257,37 @@ void Store::Install(const Staging& staging, const Manifest& manifest) const {
 }
 
 std::unordered_set<std::string> Store::ImageNames() const {
-  std::unordered_set<std::string> names;
-  const std::optional<Directory> images = root_.Find(kImagesDirectory);
-  if (!images) {
-    return names;
+  return NamesIn(root_.Find(kImagesDirectory), Directory::Kind::kDirectory, "");
+}
+
+std::unordered_set<std::string> Store::MarkNames() const {
+  return NamesIn(root_.Find(kPrunedDirectory), Directory::Kind::kFile, kMarkSuffix);
+}
+
+void Store::PruneImage(const std::string& name, std::int64_t now) {
+  const auto [client_name, image_name] = ClientAndId(name);
+  const Directory client = root_.Open(kImagesDirectory).Open(client_name);
+  const Directory image = client.Open(image_name);
+  const std::string manifest = image.Read(kManifestFile).value_or("");
+  std::string error;
+  if (!ReadManifest(manifest, &error)) {
+    throw ArchiveError(image.PathOf(kManifestFile) + ": " + error);
   }
-  for (const Directory::Entry& client : images->List()) {
-    if (client.kind == Directory::Kind::kDirectory) {
-      AddImageNames(images->Open(client.name), client.name, &names);
-    }
-  }
-  return names;
+  const Directory marks = root_.OpenOrMake(kPrunedDirectory).OpenOrMake(client_name);
+  const Directory staging = root_.OpenOrMake(kStagingDirectory);
+  const NewFile mark{image_name + kMarkSuffix, MarkOf(manifest, now)};
+  PutBatch(staging, marks, {&mark, 1});
+  marks.Sync();
+  const std::string staged = NewStagingName();
+  client.Move(image_name, staging, staged);
+  client.Sync();
+  staging.Sync();
+  staging.Remove(staged);
+}
+
+void Store::RemoveMark(const std::string& name) const {
+  const auto [client_name, image_name] = ClientAndId(name);
+  root_.Open(kPrunedDirectory).Open(client_name).Remove(image_name + kMarkSuffix);
 }
 
 std::optional<Directory> Store::FindSeries(const std::string& client, const std::string& policy,
@@ -233,7 +316,23 @@ void Store::PutSets(const Directory& series, const std::vector<NewFile>& sets) c
   }
 }
 
-void Store::ForEachManifest(const Take& take, const Complain& complain) const {
+void Store::RemoveSets(const std::string& series, const std::vector<std::string>& files) const {
+  const Directory directory = root_.Open(kSetsDirectory).OpenBelow(series);
+  for (const std::string& file : files) {
+    directory.Remove(file);
+  }
+  directory.Sync();
+}
+
+void Store::ForEachSeries(const std::function<void(const Directory& series)>& visit,
+                          const Complain& complain) const {
+  if (const std::optional<Directory> sets = root_.Find(kSetsDirectory)) {
+    ForEachBelow(*sets, kSetsDirectory, 3, {complain, Strays::kPassedOver},
+                 [&](const Directory& series, const std::string&) { visit(series); });
+  }
+}
+
+void Store::ForEachManifest(const Take& take, const Complain& complain, Strays strays) const {
   const auto visit = [&](const Directory& image, const std::string& path) {
     const std::optional<std::string> text = image.Read(kManifestFile);
     if (!text) {
@@ -242,17 +341,17 @@ void Store::ForEachManifest(const Take& take, const Complain& complain) const {
     take(path + '/' + kManifestFile, *text);
   };
   if (const std::optional<Directory> images = root_.Find(kImagesDirectory)) {
-    ForEachBelow(*images, kImagesDirectory, 2, complain, visit);
+    ForEachBelow(*images, kImagesDirectory, 2, {complain, strays}, visit);
   }
 }
 
-void Store::ForEachSet(const Take& take, const Complain& complain) const {
+void Store::ForEachSet(const Take& take, const Complain& complain, Strays strays) const {
+  const Told told{complain, strays};
   const auto visit = [&](const Directory& series, const std::string& path) {
-    ForEach(series, Directory::Kind::kFile, complain, [&](const std::string& name) {
-      take(path + '/' + name, series.Read(name).value_or(""));
-    });
+    ForEach(series, Directory::Kind::kFile, told,
+            [&](const std::string& name) { TakeFile(series, path, name, take); });
   };
   if (const std::optional<Directory> sets = root_.Find(kSetsDirectory)) {
-    ForEachBelow(*sets, kSetsDirectory, 3, complain, visit);
+    ForEachBelow(*sets, kSetsDirectory, 3, told, visit);
   }
 }

@@ -2,6 +2,7 @@
 #define QUILLMERE_ARCHIVE_STORE_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -17,10 +18,21 @@
 inline const std::string kArchiveFile = "archive.json";
 inline const std::string kImagesDirectory = "images";
 inline const std::string kSetsDirectory = "sets";
+inline const std::string kPrunedDirectory = "pruned";
 inline const std::string kStagingDirectory = ".staging";
 inline const std::string kLockFile = ".lock";
 inline const std::string kManifestFile = "manifest.json";
 inline const std::string kSumsFile = "SHA256SUMS";
+inline const std::string kMarkSuffix = ".json";
+
+/// Where an image is below kImagesDirectory, "CLIENT/ID" in file names.
+std::string ImageNameOf(std::string_view backup_id);
+
+/// True when `manifest` is that of the image which is called `name` there, but for the `suffix`.
+bool IsOfImage(const Manifest& manifest, std::string_view name, std::string_view suffix);
+
+/// Where a set is below kSetsDirectory, "CLIENT/POLICY/SCHEDULE/TIME.json" in file names.
+std::string SetNameOf(const SetFile& set);
 
 /// What a SHA256SUMS holds.
 std::string SumsOf(const DocumentFacts& document, std::string_view manifest_text);
@@ -60,8 +72,17 @@ class Store {
   /// Gives an image whose document is staged its manifest and its place, durably.
   void Install(const Staging& staging, const Manifest& manifest) const;
 
-  /// The images that are there, as "CLIENT/ID" in file names.
+  /// The images that are there, as ImageNameOf has them.
   [[nodiscard]] std::unordered_set<std::string> ImageNames() const;
+
+  /// The images that are marked as pruned, in the same form.
+  [[nodiscard]] std::unordered_set<std::string> MarkNames() const;
+
+  /// Leaves the mark of an image that was pruned at the time `now`, and then removes the image,
+  /// both durably.
+  void PruneImage(const std::string& name, std::int64_t now);
+
+  void RemoveMark(const std::string& name) const;
 
   /// Where the sets of a series are. Nothing when there are none, unless it `is_made`.
   [[nodiscard]] std::optional<Directory> FindSeries(const std::string& client,
@@ -77,14 +98,27 @@ class Store {
   };
   void PutSets(const Directory& series, const std::vector<NewFile>& sets) const;
 
-  /// Calls `take` with the path below the archive and the text of each manifest or set file, and
-  /// `complain` with what can't be read, in byte order of the paths.
-  using Take = std::function<void(const std::string& path, const std::string& text)>;
+  /// Removes files of the series "CLIENT/POLICY/SCHEDULE" in file names, durably.
+  void RemoveSets(const std::string& series, const std::vector<std::string>& files) const;
+  /// Calls `visit` with the directory of each series that has sets, and `complain` with what can't
+  /// be read, in byte order of the paths.
   using Complain = std::function<void(const ArchiveError& error)>;
-  void ForEachManifest(const Take& take, const Complain& complain) const;
-  void ForEachSet(const Take& take, const Complain& complain) const;
+  void ForEachSeries(const std::function<void(const Directory& series)>& visit,
+                     const Complain& complain) const;
+
+  /// Calls `take` with the path below the archive and the text of each manifest or set file, and
+  /// `complain` with what can't be read, in byte order of the paths. Nothing is said of what goes
+  /// meanwhile, nor, unless told, of what doesn't belong there.
+  using Take = std::function<void(const std::string& path, const std::string& text)>;
+  enum class Strays : std::uint8_t { kPassedOver, kComplained };
+  void ForEachManifest(const Take& take, const Complain& complain,
+                       Strays strays = Strays::kPassedOver) const;
+  void ForEachSet(const Take& take, const Complain& complain,
+                  Strays strays = Strays::kPassedOver) const;
 
  private:
+  std::string NewStagingName();
+
   Directory root_;
   ArchiveInfo info_;
   Descriptor lock_;

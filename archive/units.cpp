@@ -1,5 +1,6 @@
 #include "archive/units.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdio>
@@ -39,6 +40,82 @@ std::optional<unsigned> ShiftOf(std::string_view unit) {
   return static_cast<unsigned>(10 * (at + 1));
 }
 
+/// Cuts `digits` digits and what follows them, if anything has to, off the beginning of *text.
+std::optional<int> CutDigits(std::size_t digits, std::string_view behind, std::string_view* text) {
+  int number = 0;
+  if (text->size() < digits + behind.size() ||
+      !std::all_of(text->begin(), text->begin() + static_cast<std::ptrdiff_t>(digits),
+                   [](char c) { return c >= '0' && c <= '9'; }) ||
+      !text->substr(digits).starts_with(behind)) {
+    return std::nullopt;
+  }
+  std::from_chars(text->data(), text->data() + digits, number);
+  text->remove_prefix(digits + behind.size());
+  return number;
+}
+
+/// "YYYY-MM-DD": seconds since 1970.
+std::optional<std::int64_t> CutDay(std::string_view* text) {
+  const std::optional<int> year = CutDigits(4, "-", text);
+  const std::optional<int> month = year ? CutDigits(2, "-", text) : std::nullopt;
+  const std::optional<int> day = month ? CutDigits(2, "", text) : std::nullopt;
+  if (!day) {
+    return std::nullopt;
+  }
+  const std::chrono::year_month_day date{std::chrono::year(*year),
+                                         std::chrono::month(static_cast<unsigned>(*month)),
+                                         std::chrono::day(static_cast<unsigned>(*day))};
+  if (!date.ok()) {
+    return std::nullopt;
+  }
+  return std::chrono::seconds(std::chrono::sys_days(date).time_since_epoch()).count();
+}
+
+/// "HH:MM" or less than that: seconds.
+std::optional<std::int64_t> CutHoursAndMinutes(std::string_view behind, std::string_view* text) {
+  const std::optional<int> hours = CutDigits(2, ":", text);
+  const std::optional<int> minutes = hours ? CutDigits(2, behind, text) : std::nullopt;
+  if (!minutes || *hours > 23 || *minutes > 59) {
+    return std::nullopt;
+  }
+  return (*hours * 60 + *minutes) * 60;
+}
+
+/// "THH:MM:SS", with or without a fraction: seconds.
+std::optional<std::int64_t> CutClock(std::string_view* text) {
+  if (!text->starts_with('T') && !text->starts_with('t')) {
+    return std::nullopt;
+  }
+  text->remove_prefix(1);
+  const std::optional<std::int64_t> minutes = CutHoursAndMinutes(":", text);
+  const std::optional<int> seconds = minutes ? CutDigits(2, "", text) : std::nullopt;
+  if (!seconds || *seconds > 60) {  // a leap second
+    return std::nullopt;
+  }
+  if (text->starts_with('.')) {
+    const std::size_t end = std::min(text->find_first_not_of("0123456789", 1), text->size());
+    if (end == 1) {
+      return std::nullopt;
+    }
+    text->remove_prefix(end);
+  }
+  return *minutes + *seconds;
+}
+
+/// "Z", "+HH:MM" or "-HH:MM": seconds.
+std::optional<std::int64_t> ParseOffset(std::string_view text) {
+  if (text == "Z" || text == "z") {
+    return 0;
+  }
+  if (!text.starts_with('+') && !text.starts_with('-')) {
+    return std::nullopt;
+  }
+  const int sign = text.starts_with('+') ? 1 : -1;
+  text.remove_prefix(1);
+  const std::optional<std::int64_t> offset = CutHoursAndMinutes("", &text);
+  return offset && text.empty() ? std::optional(sign * *offset) : std::nullopt;
+}
+
 }  // namespace
 
 std::optional<std::size_t> ParseCount(std::string_view text) {
@@ -72,6 +149,21 @@ std::optional<FreeSpace> ParseFreeSpace(std::string_view text) {
     return std::nullopt;
   }
   return FreeSpace{std::string(text), false, *number << *shift};
+}
+
+std::optional<std::int64_t> ParseTime(std::string_view text) {
+  std::int64_t seconds = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+  if (error == std::errc() && end == text.data() + text.size()) {
+    return seconds;
+  }
+  const std::optional<std::int64_t> day = CutDay(&text);
+  if (!day || text.empty()) {
+    return day;
+  }
+  const std::optional<std::int64_t> clock = CutClock(&text);
+  const std::optional<std::int64_t> offset = ParseOffset(text);
+  return clock && offset ? std::optional(*day + *clock - *offset) : std::nullopt;
 }
 
 std::optional<std::string> Rfc3339(std::int64_t seconds) {

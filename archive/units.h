@@ -34,6 +34,10 @@ std::optional<Age> ParseAge(std::string_view text);
 /// behind it: "5%", "10G".
 std::optional<FreeSpace> ParseFreeSpace(std::string_view text);
 
+/// Seconds since 1970 of "SECONDS", "YYYY-MM-DD" (its beginning) or a time in RFC 3339; in UTC
+/// unless that says otherwise. A fraction of a second is dropped.
+std::optional<std::int64_t> ParseTime(std::string_view text);
+
 /// Seconds since 1970 in RFC 3339, UTC. Nothing for years before 0000 and after 9999.
 std::optional<std::string> Rfc3339(std::int64_t seconds);
 

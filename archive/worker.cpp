@@ -20,7 +20,9 @@
 
 #include <boost/property_tree/ptree.hpp>
 
+#include "archive/document.h"
 #include "archive/names.h"
+#include "archive/path_filter.h"
 #include "archive/record.h"
 #include "archive/stored_document.h"
 #include "export/catalogue_file.h"
@@ -236,8 +238,11 @@ class ImageExport {
   }
 
   void WriteDocument(boost::property_tree::ptree* metadata, const FileEntryTable& entries) {
+    PathFilterWriter filter(staging_.image);
+    DocumentParser parser([&](const RawEntry& entry) { filter.Take(entry); });
     DocumentWriter writer(staging_.image, FileNameOf(request_.backup_id),
-                          request_.compression_level);
+                          request_.compression_level,
+                          [&](std::string_view piece) { parser.Parse(piece); });
     std::ostream stream(&writer);
     std::string refused;
     try {
@@ -251,6 +256,11 @@ class ImageExport {
     if (!refused.empty()) {
       throw std::runtime_error(refused);
     }
+    std::string error;
+    if (!parser.Finish(&error)) {
+      throw std::runtime_error(error);
+    }
+    filter.Finish(result_.document.sha256, parser);
   }
 
   const ExportRequest& request_;

@@ -7,11 +7,19 @@ _quillmere_archive_options() {
     init) echo '--server --compress --help -h' ;;
     sync)
       echo '--client --policy --schedule --newer-than --limit --skip --jobs --timeout' \
-        '--keep-free --dry-run --quiet --help -h'
+        '--keep-free --again --metrics --dry-run --quiet --help -h'
       ;;
     list) echo '--sets --images --json --stale --help -h' ;;
     verify) echo '--jobs --help -h' ;;
-    *) echo 'init sync list verify --help -h --version' ;;
+    prune) echo '--older-than --keep-last --dry-run --yes --force --help -h' ;;
+    find)
+      echo '--client --policy --schedule --before --after --substring --ignore-case --newest' \
+        '--json --help -h'
+      ;;
+    entries)
+      echo '--client --policy --schedule --before --after --format --columns --header --help -h'
+      ;;
+    *) echo 'init sync list verify prune find entries --help -h --version' ;;
   esac
 }
 
@@ -27,7 +35,8 @@ _quillmere_archive() {
     fi
     case $word in
       -h | --help | --version) return ;; # Nothing else is looked at.
-      --dry-run | --quiet | --sets | --images | --json) ;;
+      --again | --dry-run | --quiet | --sets | --images | --json | --yes | --force) ;;
+      --substring | --ignore-case | --newest | --header) ;;
       --*) option=$word ;;
       *) command=${command:-$word} ;;
     esac
@@ -37,7 +46,11 @@ _quillmere_archive() {
     return # Every value is free text.
   fi
   if [[ $command && $current != -* ]]; then
-    compopt -o plusdirs # the archive
+    if [[ $command == entries ]]; then
+      compopt -o default # documents, too
+    else
+      compopt -o plusdirs # the archive
+    fi
     return
   fi
   mapfile -t COMPREPLY < <(compgen -W "$(_quillmere_archive_options "$command")" -- "$current")

@@ -48,6 +48,7 @@ quillmere_document(${PROJECT_SOURCE_DIR}/README.md readme)
 quillmere_document(${PROJECT_SOURCE_DIR}/SECURITY.md security)
 quillmere_document(${PROJECT_SOURCE_DIR}/docs/archive.md archive_layout)
 quillmere_document(${PROJECT_SOURCE_DIR}/docs/documents.md documents)
+quillmere_document(${PROJECT_SOURCE_DIR}/docs/operations.md operations)
 add_custom_target(quillmere_made_files DEPENDS ${quillmere_made_files})
 # Whoever builds the program alone can install it as well.
 add_dependencies(quillmere quillmere_made_files)
@@ -69,7 +70,7 @@ install(FILES ${zsh_completions}
 install(FILES ${zsh_completions}
   DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT debian EXCLUDE_FROM_ALL)
 
-install(FILES ${readme} ${security} ${archive_layout} ${documents}
+install(FILES ${readme} ${security} ${archive_layout} ${documents} ${operations}
   DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${PROJECT_SOURCE_DIR}/CHANGELOG.md
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT elsewhere)
@@ -87,6 +88,8 @@ install(FILES
   ${PROJECT_SOURCE_DIR}/schemas/image.schema.json
   ${PROJECT_SOURCE_DIR}/schemas/manifest.schema.json
   DESTINATION ${CMAKE_INSTALL_DATADIR}/quillmere/schemas)
+install(FILES ${PROJECT_SOURCE_DIR}/packaging/prometheus/quillmere-archive.rules.yml
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/quillmere/prometheus)
 
 # quillmere_install_service(COMPONENT UNITS SYSUSERS TMPFILES DEFAULTS [OPTION...]): what runs the
 # archive every night, into these four folders. Nothing of it is in effect by itself.
@@ -109,6 +112,7 @@ quillmere_install_service(portable
   ${examples} ${examples}/sysusers.d ${examples}/tmpfiles.d ${examples}/default)
 install(FILES
   ${systemd}/examples/archive-elsewhere.conf
+  ${systemd}/examples/metrics.conf
   ${systemd}/examples/product-group.conf
   ${systemd}/examples/root.conf
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)

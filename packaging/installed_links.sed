@@ -1,7 +1,8 @@
 # sed -E: the links of a document as they are where it is installed. What is not installed is named
 # without a link, and pictures are left out.
-s#\]\(docs/(archive|documents)\.md\)#](\1.md)#g
-s#\]\(packaging/systemd/examples/([^)]*)\)#](examples/\1)#g
+s#\]\(docs/(archive|documents|operations)\.md(\#[^)]*)?\)#](\1.md\2)#g
+s#\]\((\.\./)?packaging/systemd/examples/([^)]*)\)#](examples/\2)#g
+s#\]\((\.\./)?packaging/prometheus/([^)]*)\)#](../../quillmere/prometheus/\2)#g
 s#\]\(\.\./README\.md\)#](README.md)#g
 s#\]\((\.\./)?schemas(/[^)]*)?\)#](../../quillmere/schemas\2)#g
 /^!\[/,/^$/d

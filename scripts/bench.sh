@@ -33,7 +33,7 @@ while (($# > 0)); do
 done
 
 install_missing "${BUILD_PACKAGES[@]}" hyperfine jq libbenchmark-dev mawk miller openssl patch \
-  python3 time
+  python3 time zstd
 
 echo "==> Building everything in $build"
 cmake --preset release -B "$build" -DQUILLMERE_BENCH=ON -DQUILLMERE_TESTS=OFF >/dev/null

@@ -118,4 +118,9 @@ archive list "$archive"
 cat "$output"
 echo "[status 0]"
 
+heading "find: which images hold a file"
+archive find "$archive" '*/file-1*' --client alpha
+show_some_output 4 1
+echo "[status 0]"
+
 heading "All commands ended with status 0. The documents are in $exported, the archive in $archive."

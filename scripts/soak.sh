@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Takes quillmere-archive further than CI does: a sync is killed at 200 points in time, and a catalogue
-# of 100,000 images is synced in two halves, each compared with a plain model. Takes an hour or two and
-# some 4 GB in /tmp (or TMPDIR). Installs what is missing.
+# Takes quillmere-archive further than CI does: a sync and a prune are killed at 200 points in time, and a
+# catalogue of 100,000 images is synced in two halves and pruned, each compared with a plain model. Takes
+# an hour or two and some 4 GB in /tmp (or TMPDIR). Installs what is missing.
 #
 #   scripts/soak.sh [KILLS [IMAGES]]
 set -euo pipefail
@@ -28,6 +28,7 @@ on_the_product() {
 
 echo "==> $kills kills"
 QUILLMERE_ARCHIVE_KILLS=$kills on_the_product crash_test Killed
+QUILLMERE_ARCHIVE_KILLS=$kills on_the_product prune_test Ended
 echo "==> $images images"
 export QUILLMERE_ARCHIVE_TIMEOUT=14400 # seconds
 QUILLMERE_ARCHIVE_NIGHTS=$(((images + images_a_night - 1) / images_a_night)) on_the_product nights_test

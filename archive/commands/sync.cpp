@@ -12,7 +12,7 @@
 
 #include "archive/catalogue.h"
 #include "archive/child_process.h"
-#include "archive/names.h"
+#include "archive/metrics.h"
 #include "archive/progress.h"
 #include "archive/set_update.h"
 #include "archive/status.h"
@@ -33,10 +33,6 @@ bool IsOfChosenSeries(const SyncOptions& options, const Record& record) {
          IsChosen(options.schedules, record.schedule);
 }
 
-std::string PathOf(const BackupImage& image) {
-  return FileNameOf(image.client) + '/' + FileNameOf(image.backup_id);
-}
-
 bool IsTooOld(const SyncOptions& options, const BackupImage& image, std::int64_t now) {
   return options.newer_than && image.backup_time > 0 &&
          now - image.backup_time > options.newer_than->duration.count();
@@ -45,13 +41,18 @@ bool IsTooOld(const SyncOptions& options, const BackupImage& image, std::int64_t
 /// What is to be exported of the listed images, newest first.
 std::vector<const BackupImage*> Chosen(const SyncOptions& options, const Listing& listing,
                                        const std::unordered_set<std::string>& held,
+                                       const std::unordered_set<std::string>& pruned,
                                        std::int64_t now) {
+  const auto is_done = [&](const BackupImage& image) {
+    const std::string name = ImageNameOf(image.backup_id);
+    return held.contains(name) || (!options.is_again && pruned.contains(name));
+  };
   std::unordered_set<std::string_view> seen(options.skipped.begin(), options.skipped.end());
   std::vector<const BackupImage*> chosen;
   for (const BackupImage& image : listing.images) {
     // Without files, it is a parent image. An id that comes twice is one image.
     if (image.files != 0 && IsOfChosenSeries(options, image) && !IsTooOld(options, image, now) &&
-        !held.contains(PathOf(image)) && seen.insert(image.backup_id).second) {
+        !is_done(image) && seen.insert(image.backup_id).second) {
       chosen.push_back(&image);
     }
   }
@@ -214,6 +215,7 @@ class Exports {
     }
     exported_.push_back(&image);
     ++counts_->exported;
+    counts_->stored_bytes += result.document.stored_bytes;
     progress_->Exported(image.backup_id, FilesOf(image), result.entries,
                         result.document.stored_bytes);
     if (static_cast<std::int64_t>(result.entries) != image.files) {
@@ -234,6 +236,7 @@ class Exports {
 
   void Fail(const BackupImage& image, const std::string& reason) {
     failed_.push_back(&image);
+    ++counts_->failed;
     progress_->Failed(image.backup_id, FilesOf(image), reason);
   }
 
@@ -259,29 +262,34 @@ class Exports {
 /// One run of the command.
 class Run {
  public:
-  explicit Run(const SyncOptions& options)
+  Run(const SyncOptions& options, Signals* signals)
       : options_(options),
         store_(options.archive),
+        signals_(signals),
         progress_(options.is_quiet, isatty(STDOUT_FILENO) == 1) {}
 
   int Do() {
     if (!options_.is_dry_run && !store_.Lock()) {
-      progress_.Complain("another sync works on " + options_.archive);
+      progress_.Complain("another sync or prune works on " + options_.archive);
       return kLocked;
     }
-    listing_ = ListCatalogue(options_.timeout, &signals_);
-    if (signals_.Received() != 0) {
-      return kSignalled + signals_.Received();
+    listing_ = ListCatalogue(options_.timeout, signals_);
+    if (signals_->Received() != 0) {
+      return kSignalled + signals_->Received();
     }
     if (!listing_.failure.empty()) {
       progress_.Complain("the listing failed: " + listing_.failure);
       return kNoListing;
     }
     held_ = store_.ImageNames();
+    pruned_ = store_.MarkNames();
     const std::vector<const BackupImage*> images =
-        Chosen(options_, listing_, held_, std::time(nullptr));
+        Chosen(options_, listing_, held_, pruned_, std::time(nullptr));
     return options_.is_dry_run ? Tell(images) : Export(images);
   }
+
+  [[nodiscard]] const Store& store() const { return store_; }
+  [[nodiscard]] const SyncCounts& counts() const { return counts_; }
 
  private:
   int Tell(const std::vector<const BackupImage*>& images) {
@@ -299,22 +307,23 @@ class Run {
       files += FilesOf(*image);
     }
     progress_.Begin(images.size(), files);
-    Exports exports(options_, &store_, &signals_, &progress_, &counts_);
+    Exports exports(options_, &store_, signals_, &progress_, &counts_);
     exports.Run(images);
     ClearStaging();
     for (const BackupImage* const image : exports.exported()) {
-      held_.insert(PathOf(*image));
+      held_.insert(ImageNameOf(image->backup_id));
     }
-    if (signals_.Received() == 0 && !exports.failed().empty()) {
+    if (signals_->Received() == 0 && !exports.failed().empty()) {
       TellExpired(exports.failed());
     }
-    if (signals_.Received() != 0) {
-      return kSignalled + signals_.Received();
+    if (signals_->Received() != 0) {
+      return kSignalled + signals_->Received();
     }
     if (exports.left_out() > 0) {
       progress_.Complain("less than " + options_.keep_free->text +
                          " free: " + std::to_string(exports.left_out()) + " images left out");
     }
+    RemoveMarks();
     const bool are_sets_well = WriteSets();
     if (!are_sets_well) {
       ClearStaging();
@@ -334,8 +343,7 @@ class Run {
 
   /// What the product lists no more was lost to nobody.
   void TellExpired(const std::vector<const BackupImage*>& failed) {
-    Listing again = ListCatalogue(options_.timeout, &signals_);
-    counts_.failed = failed.size();
+    Listing again = ListCatalogue(options_.timeout, signals_);
     if (!again.failure.empty()) {
       return;
     }
@@ -353,6 +361,34 @@ class Run {
     newest_listing_ = std::move(again);
   }
 
+  /// Of images that are here again, or that the product has no more.
+  void RemoveMarks() {
+    // A product that lists nothing at all has not begun to work yet, rather than lost everything.
+    if (pruned_.empty() || listing_.images.empty()) {
+      return;
+    }
+    std::unordered_set<std::string> listed;
+    for (const BackupImage& image : listing_.images) {
+      listed.insert(ImageNameOf(image.backup_id));
+    }
+    for (auto name = pruned_.begin(); name != pruned_.end();) {
+      if (listed.contains(*name) && !held_.contains(*name)) {
+        ++name;
+        continue;
+      }
+      RemoveMark(*name);
+      name = pruned_.erase(name);
+    }
+  }
+
+  void RemoveMark(const std::string& name) {
+    try {
+      store_.RemoveMark(name);
+    } catch (const ArchiveError& error) {
+      progress_.Complain(error.what());
+    }
+  }
+
   bool WriteSets() {
     std::vector<const BackupSet*> sets;
     for (const BackupSet& set : (newest_listing_ ? *newest_listing_ : listing_).sets) {
@@ -361,22 +397,58 @@ class Run {
       }
     }
     return UpdateSets(
-        store_, sets, held_,
+        store_, sets, held_, pruned_,
         [this](const ArchiveError& error) { progress_.Complain(error.what()); }, &counts_);
   }
 
   const SyncOptions& options_;
   Store store_;
-  Signals signals_;
+  Signals* signals_;
   Progress progress_;
   Listing listing_;
   std::optional<Listing> newest_listing_;
-  std::unordered_set<std::string> held_;  // "CLIENT/ID" in file names
+  std::unordered_set<std::string> held_;    // as ImageNameOf has them
+  std::unordered_set<std::string> pruned_;  // the same
   SyncCounts counts_;
 };
+
+/// A run that options.metrics tells of.
+int RunWithMetrics(const SyncOptions& options, Signals* signals) {
+  const auto complain = [](const ArchiveError& error) {
+    std::cerr << Printable(error.what()) << '\n';
+  };
+  const auto start = std::chrono::steady_clock::now();
+  LastRun last{.archive = options.archive, .status = kArchiveFailed, .counts = {}};
+  // Holds the lock until the metrics are written.
+  std::optional<Run> run;
+  const Store* store = nullptr;
+  try {
+    last.status = run.emplace(options, signals).Do();
+    store = &run->store();
+  } catch (const ArchiveError& error) {
+    complain(error);
+  }
+  if (last.status == kLocked) {
+    return kLocked;  // the other one writes its own
+  }
+  if (run) {
+    last.counts = run->counts();
+  }
+  if (signals->Received() != 0) {
+    last.status = kSignalled + signals->Received();
+  }
+  if (!std::cout.flush()) {
+    last.status = kArchiveFailed;
+  }
+  last.ended = std::time(nullptr);
+  last.duration = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  return WriteMetrics(*options.metrics, last, store, complain);
+}
 
 }  // namespace
 
 int Sync(const SyncOptions& options) {
-  return Run(options).Do();
+  Signals signals;
+  return options.metrics && !options.is_dry_run ? RunWithMetrics(options, &signals)
+                                                : Run(options, &signals).Do();
 }

@@ -21,6 +21,8 @@ struct SyncOptions {
   std::size_t jobs = 2;                      ///< images exported at a time
   Age timeout{"1h", std::chrono::hours(1)};  ///< for a command that prints nothing
   std::optional<FreeSpace> keep_free;
+  bool is_again = false;               ///< exports also what was pruned
+  std::optional<std::string> metrics;  ///< path of a file for Prometheus' node exporter
   bool is_dry_run = false;
   bool is_quiet = false;
 };

@@ -18,6 +18,7 @@
 #include "archive/document.h"
 #include "archive/manifest.h"
 #include "archive/names.h"
+#include "archive/path_filter.h"
 #include "archive/sha256.h"
 #include "archive/status.h"
 #include "archive/store.h"
@@ -132,7 +133,7 @@ class ImageCheck {
     try {
       Check(client_.Open(name_));
     } catch (const ArchiveError& error) {
-      findings_->Add(path_, error.what());
+      AddTo(path_, error.what());
     }
   }
 
@@ -156,8 +157,13 @@ class ImageCheck {
     }
   }
 
-  void Add(const std::string& file, const std::string& what) {
-    findings_->Add(path_ + '/' + file, what);
+  void Add(const std::string& file, const std::string& what) { AddTo(path_ + '/' + file, what); }
+
+  void AddTo(const std::string& path, const std::string& what) {
+    // A prune takes an image from its place before it touches what is in it.
+    if (client_.Has(name_)) {
+      findings_->Add(path, what);
+    }
   }
 
   [[nodiscard]] bool IsDocument(const std::string& name) const {
@@ -165,13 +171,12 @@ class ImageCheck {
   }
 
   [[nodiscard]] bool BelongsHere(const Directory::Entry& entry) const {
-    return entry.kind == Kind::kFile &&
-           (entry.name == kManifestFile || entry.name == kSumsFile || IsDocument(entry.name));
+    return entry.kind == Kind::kFile && (entry.name == kManifestFile || entry.name == kSumsFile ||
+                                         entry.name == kFilterFile || IsDocument(entry.name));
   }
 
   void CheckManifest(const Manifest& manifest) {
-    if (FileNameOf(manifest.client) != client_name_ || FileNameOf(manifest.backup_id) != name_ ||
-        ClientOf(manifest.backup_id) != manifest.client) {
+    if (!IsOfImage(manifest, client_name_ + '/' + name_, "")) {
       Add(kManifestFile, "of another image");
     }
   }
@@ -193,7 +198,8 @@ class ImageCheck {
       return;
     }
     DocumentFacts found;
-    EntryCounter entries;
+    PathFilterCheck filter(image, expected.sha256);
+    DocumentParser entries([&](const RawEntry& entry) { filter.Take(entry); });
     try {
       Read(image, expected.file, &found, &entries);
     } catch (const ArchiveError& error) {
@@ -204,11 +210,14 @@ class ImageCheck {
     findings_->AddImage(found.stored_bytes);
     Compare(expected, found);
     CompareEntries(expected.file, manifest.entries, entries);
+    if (found.sha256 == expected.sha256 && image.Has(kFilterFile) && !filter.Finish(entries)) {
+      Add(kFilterFile, "does not agree with the document");
+    }
   }
 
   /// What a document is, in *found as far as it can be read.
   static void Read(const Directory& image, const std::string& file, DocumentFacts* found,
-                   EntryCounter* entries) {
+                   DocumentParser* entries) {
     const bool is_compressed = IsCompressed(file);
     Sha256 stored_hash;
     Sha256 hash;
@@ -218,7 +227,7 @@ class ImageCheck {
     };
     const auto take_plain = [&](std::string_view piece) {
       found->bytes += piece.size();
-      entries->Take(piece);
+      entries->Parse(piece);
       if (is_compressed) {
         hash.Take(piece);
       }
@@ -241,7 +250,7 @@ class ImageCheck {
   }
 
   void CompareEntries(const std::string& file, std::uint64_t expected,
-                      const EntryCounter& entries) {
+                      const DocumentParser& entries) {
     std::string error;
     const std::optional<std::uint64_t> found = entries.Finish(&error);
     if (!found) {
@@ -274,18 +283,23 @@ class Verification {
     }
     tasks_.Finish();
     if (const std::optional<Directory> sets = store_.root().Find(kSetsDirectory)) {
-      CheckSets(*sets, kSetsDirectory, {});
+      constexpr int kDepth = 3;  // client, policy, schedule
+      CheckSets(*sets, kSetsDirectory, kDepth);
+    }
+    if (const std::optional<Directory> pruned = store_.root().Find(kPrunedDirectory)) {
+      CheckMarks(*pruned);
     }
     return findings_.Finish() ? kFound : kAllIsWell;
   }
 
  private:
   void CheckRoot() {
-    const std::array<std::pair<std::string_view, Kind>, 6> kKnown = {{
+    const std::array<std::pair<std::string_view, Kind>, 7> kKnown = {{
         {kArchiveFile, Kind::kFile},
         {kLockFile, Kind::kFile},
         {kImagesDirectory, Kind::kDirectory},
         {kSetsDirectory, Kind::kDirectory},
+        {kPrunedDirectory, Kind::kDirectory},
         {kStagingDirectory, Kind::kDirectory},
         {"lost+found", Kind::kDirectory},
     }};
@@ -325,28 +339,23 @@ class Verification {
                  });
   }
 
-  /// Checks the sets below `directory`, whose file names from that of the client on are `names`.
-  void CheckSets(const Directory& directory, const std::string& path,
-                 const std::vector<std::string>& names) {
-    constexpr std::size_t kDepth = 3;  // client, policy, schedule
-    const bool is_series = names.size() == kDepth;
-    ForEachEntry(directory, path, is_series ? Kind::kFile : Kind::kDirectory,
+  /// Checks the sets that are `depth` directories below `directory`, which is called `path`.
+  void CheckSets(const Directory& directory, const std::string& path, int depth) {
+    ForEachEntry(directory, path, depth == 0 ? Kind::kFile : Kind::kDirectory,
                  [&](const Directory& parent, const std::string& name) {
                    const std::string entry_path = path + '/' + name;
-                   std::vector<std::string> entry_names = names;
-                   entry_names.push_back(name);
-                   if (is_series) {
-                     CheckSet(parent.Read(name), entry_path, entry_names);
+                   if (depth == 0) {
+                     CheckSet(parent, name, entry_path);
                    } else {
-                     CheckSets(parent.Open(name), entry_path, entry_names);
+                     CheckSets(parent.Open(name), entry_path, depth - 1);
                    }
                  });
   }
 
-  void CheckSet(const std::optional<std::string>& text, const std::string& path,
-                const std::vector<std::string>& names) {
+  void CheckSet(const Directory& series, const std::string& name, const std::string& path) {
+    const std::optional<std::string> text = series.Read(name);
     if (!text) {
-      return;  // A sync removed it meanwhile.
+      return;  // A sync or a prune removed it meanwhile.
     }
     findings_.AddSet();
     std::string error;
@@ -355,16 +364,37 @@ class Verification {
       findings_.Add(path, error);
       return;
     }
-    const std::vector<std::string> expected = {FileNameOf(set->client), FileNameOf(set->policy),
-                                               FileNameOf(set->schedule),
-                                               FileNameOf(TimeOf(set->backup_id)) + ".json"};
-    if (names != expected) {
+    if (path != kSetsDirectory + '/' + SetNameOf(*set)) {
       findings_.Add(path, "of another set");
     }
     for (const std::string& id : set->images) {
-      if (!HasImage(id)) {
+      // A prune removes a set before its images.
+      if (!HasImage(id) && series.Has(name)) {
         findings_.Add(path, "the image " + id + " is not there");
       }
+    }
+  }
+
+  void CheckMarks(const Directory& pruned) {
+    ForEachEntry(pruned, kPrunedDirectory, Kind::kDirectory,
+                 [this](const Directory& parent, const std::string& client) {
+                   ForEachEntry(parent.Open(client), kPrunedDirectory + '/' + client, Kind::kFile,
+                                [&](const Directory& marks, const std::string& name) {
+                                  CheckMark(marks.Read(name), client + '/' + name);
+                                });
+                 });
+  }
+
+  void CheckMark(const std::optional<std::string>& text, const std::string& name) {
+    if (!text) {
+      return;  // A sync removed it meanwhile.
+    }
+    std::string error;
+    const std::optional<Manifest> manifest = ReadMark(*text, &error);
+    if (!manifest) {
+      findings_.Add(kPrunedDirectory + '/' + name, error);
+    } else if (!IsOfImage(*manifest, name, kMarkSuffix)) {
+      findings_.Add(kPrunedDirectory + '/' + name, "of another image");
     }
   }
 

@@ -3,10 +3,11 @@
 
 # shellcheck disable=SC2034  # the lists are read by the scripts that source this file
 {
-  BUILD_PACKAGES=(cmake g++ gzip libboost-dev libcli11-dev liblz4-dev libzstd-dev nettle-dev
-    ninja-build nlohmann-json3-dev)
-  TEST_PACKAGES=(binutils chromium chromium-driver jq libgmock-dev libgtest-dev locales mandoc mount python3
-    python3-jsonschema python3-selenium sqlite3 strace systemd util-linux valgrind zsh zstd)
+  BUILD_PACKAGES=(cmake g++ gzip libboost-dev libcli11-dev liblz4-dev libxxhash-dev libzstd-dev
+    nettle-dev ninja-build nlohmann-json3-dev)
+  TEST_PACKAGES=(binutils chromium chromium-driver jq libgmock-dev libgtest-dev locales mandoc mount
+    prometheus python3 python3-jsonschema python3-selenium rsync sqlite3 strace systemd util-linux
+    valgrind zsh zstd)
   CHECK_PACKAGES=(clang-format-14 clang-tidy-14 cppcheck git shellcheck)
 }
 
@@ -44,6 +45,10 @@ install_missing() {
     echo "That takes root, and there is no sudo here. As root, run:" >&2
     echo "    apt-get update && apt-get install ${missing[*]}" >&2
     return 1
+  fi
+  # Of that, promtool is needed, and no server on this machine.
+  if [[ " ${missing[*]} " == *' prometheus '* && -d /run/systemd/system ]]; then
+    as_root systemctl mask prometheus.service
   fi
   as_root apt-get -qq update
   as_root env DEBIAN_FRONTEND=noninteractive \

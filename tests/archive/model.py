@@ -18,8 +18,8 @@ from host_product import UNITS, HostProduct, make_catalogue  # noqa: E402,F401
 
 PROGRAM = "quillmere-archive 1.0.0"
 # What differs from run to run.
-CHANGING = re.compile(
-    rb'^( *"(?:exported|exported_utc|export_seconds|created|created_utc)": ).*?(,?)$', re.MULTILINE)
+CHANGING = re.compile(rb'^( *"(?:exported|exported_utc|export_seconds|created|created_utc|pruned|'
+                      rb'pruned_utc)": ).*?(,?)$', re.MULTILINE)
 
 
 def raw(text):
@@ -198,11 +198,43 @@ class Model:
                 files = self.set_file(one, by_id[one.image_ids[0]]) | files
         return files
 
+    def pruned_files(self, before, keep_last=1):
+        """The same archive after a prune of what is of a time before that, and the ids of the images
+        that went."""
+        images = {image.backup_id: image for image in self.product().images() if image.files != 0}
+        by_series = {}
+        for one in self.product().sets():
+            image = images[one.image_ids[0]]
+            by_series.setdefault((image.client, image.policy, image.schedule), []).append(one)
+        files, staying = self.files(), set()
+        for sets in by_series.values():
+            sets.sort(key=lambda one: one.time, reverse=True)
+            for place, one in enumerate(sets):
+                times = [one.time, *(images[member].time for member in one.image_ids)]
+                if place < keep_last or not 0 < min(times) <= max(times) < before:
+                    staying.update(one.image_ids)
+                else:
+                    for path in self.set_file(one, images[one.image_ids[0]]):
+                        del files[path]
+        gone = []
+        for image in images.values():
+            sets = by_series.get((image.client, image.policy, image.schedule), [])
+            if image.backup_id in staying or not 0 < image.time < before or not any(
+                    one.time >= image.time for one in sets):
+                continue
+            gone.append(image.backup_id)
+            for path in self.image_files(image):
+                del files[path]
+            mark = self.manifest(image) | moment("pruned", 0)
+            name = f"{file_name(image.client)}/{file_name(image.backup_id)}"
+            files[f"pruned/{name}.json"] = masked(json_text(mark))
+        return files, gone
+
 
 def tree(archive):
     """Every file of an archive by its path, as the model has it: what differs from run to run is
     masked, after the checksums have been compared. What is no folder of mode 0700 nor file of mode
-    0600 shows as a text."""
+    0600 shows as a text. Each image has a filter, which `verify` compares with its document."""
     found = {}
     for folder, folders, names in os.walk(os.fsencode(archive)):
         for name in folders + names:
@@ -215,6 +247,8 @@ def tree(archive):
                 found[at] = f"mode {mode:o}"
             elif not os.listdir(path):
                 found[at + "/"] = "empty folder"
+    for image in [path for path in found if path.endswith("/manifest.json")]:
+        assert found.pop(image.replace("manifest.json", "paths.filter")), image
     # Held by no one any more, and always empty.
     assert found.pop(".lock", b"") == b""
     found.pop(".staging/", None)

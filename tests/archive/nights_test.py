@@ -10,6 +10,7 @@ import random
 import shutil
 import subprocess
 import sys
+import time
 
 import archive
 from archive import lines, summary
@@ -62,6 +63,7 @@ class Nights(archive.ArchiveTest):
         self.check_all_checksums()
         self.check_set_list()
         self.check_listed(images)
+        self.check_pruned(images)
 
     def stamps(self):
         return {path: (path.stat().st_ino, path.stat().st_mtime_ns)
@@ -107,6 +109,34 @@ class Nights(archive.ArchiveTest):
         status, stale, stderr = self.run_program("list", "--stale", "26h", "--json", self.archive)
         self.assertEqual((status, stale, stderr), (1, stdout, b""))
         self.check(["list", "--stale", "9999999h", "--json", self.archive], stdout=b"[]\n")
+
+    def check_pruned(self, images):
+        """What is older than half of the nights goes, is not fetched until that is asked for, and is
+        forgotten when the product forgets it."""
+        before = 1500000000 + 86400 * (NIGHTS // 2) - 43200
+        age = int(time.time()) - before
+        whole = tree(self.archive)
+        expected, gone = self.model.pruned_files(before)
+        self.assertGreater(len(gone), len(images) // 3)
+        prune = ["prune", "--older-than", f"{age}s", "--force", self.archive]
+        status, stdout, stderr = self.run_program(*prune)
+        self.assertEqual((status, stderr), (0, b""))
+        self.assertRegex(stdout.splitlines()[-1], rb"^\d+ sets, %d images, \d+ bytes removed$" % len(gone))
+        self.check_tree(expected)
+        self.check_sync(stdout=lines(summary()))
+        self.check_tree(expected)
+
+        self.check_sync("--quiet", "--again", stdout=b"")
+        shutil.rmtree(self.archive / "pruned")
+        self.check_tree(whole)
+
+        self.assertEqual(self.run_program(*prune)[0], 0)
+        listing = self.root / "db/listing"
+        rows = listing.read_bytes().splitlines(True)
+        listing.write_bytes(b"".join(row for row in rows if not row.startswith(raw(gone[0]) + b" ")))
+        self.check_sync("--quiet", stdout=b"")
+        marks = {path.name for path in self.archive.glob("pruned/*/*")}
+        self.assertEqual(marks, {f"{backup_id}.json" for backup_id in gone[1:]})
 
 
 if __name__ == "__main__":

@@ -204,7 +204,7 @@ class Taken(Place):
         first = self.start(["sync", "--jobs", "1", "--limit", "1", self.archive])
         self.wait_until_at_work()
         self.check(["sync", self.archive], status=75,
-                   stderr=lines(f"another sync works on {self.archive}"))
+                   stderr=lines(f"another sync or prune works on {self.archive}"))
         # Readers take no lock.
         self.assertEqual(self.run_program("list", self.archive)[0], 0)
         self.assertEqual(self.run_program("verify", self.archive)[0], 0)

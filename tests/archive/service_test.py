@@ -49,6 +49,7 @@ class Service(archive.ArchiveTest):
         self.assertIn("renameat", made)
         self.assertEqual(made - allowed, set())
         made = self.calls("verify", self.archive) | self.calls("list", self.archive)
+        made |= self.calls("prune", "--older-than", "1d", "--force", self.archive)
         self.assertEqual(made - allowed, set())
 
 

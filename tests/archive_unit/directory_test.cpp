@@ -73,6 +73,16 @@ TEST_F(DirectoryTest, MakesWhatOnlyItsOwnerCanRead) {
   EXPECT_EQ(directory_.Open("d").path(), temporary_.PathOf("d"));
 }
 
+TEST_F(DirectoryTest, HasWhateverIsThere) {
+  WriteFile(temporary_.PathOf("file"), "");
+  std::filesystem::create_symlink("nowhere", temporary_.PathOf("link"));
+  EXPECT_TRUE(directory_.Has("file"));
+  EXPECT_TRUE(directory_.Has("link"));
+  EXPECT_FALSE(directory_.Has("nowhere"));
+  // What can't be known may be there.
+  EXPECT_TRUE(directory_.Has("file/below"));
+}
+
 TEST_F(DirectoryTest, RemovesTreesAndNoMoreThanThem) {
   std::filesystem::create_directories(temporary_.PathOf("tree/a/b"));
   WriteFile(temporary_.PathOf("tree/a/f"), "");

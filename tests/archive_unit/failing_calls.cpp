@@ -76,6 +76,7 @@ int __real_unlinkat(int at, const char* path, int flags);
 int __real_fstatvfs(int descriptor, struct statvfs* status);
 int __real_memfd_create(const char* name, unsigned flags);
 int __real_fchdir(int descriptor);
+int __real_fchmod(int descriptor, mode_t mode);
 
 pid_t __wrap_fork() {
   return Fails("fork") ? -1 : __real_fork();
@@ -135,6 +136,10 @@ int __wrap_memfd_create(const char* name, unsigned flags) {
 
 int __wrap_fchdir(int descriptor) {
   return Fails("fchdir") ? -1 : __real_fchdir(descriptor);
+}
+
+int __wrap_fchmod(int descriptor, mode_t mode) {
+  return Fails("fchmod") ? -1 : __real_fchmod(descriptor, mode);
 }
 
 }  // extern "C"

@@ -24,8 +24,13 @@ const std::string kHint = "Run with --help for more information.\n";
 
 TEST_F(CommandLine, HelpAndVersionGoToStandardOutput) {
   EXPECT_EQ(Run({"--version"}), (Outcome{0, kProgram + "\n", ""}));
-  for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
-           {"--help"}, {"init", "--help"}, {"sync", "-h"}, {"list", "--help"}, {"verify", "-h"}}) {
+  for (const std::vector<std::string>& arguments :
+       std::vector<std::vector<std::string>>{{"--help"},
+                                             {"init", "--help"},
+                                             {"sync", "-h"},
+                                             {"list", "--help"},
+                                             {"verify", "-h"},
+                                             {"prune", "-h"}}) {
     const Outcome outcome = Run(arguments);
     EXPECT_EQ(outcome.status, 0);
     EXPECT_THAT(outcome.out, testing::HasSubstr("Usage: quillmere-archive"));
@@ -53,6 +58,10 @@ TEST_F(CommandLine, WrongArgumentsAreSaid) {
       {{"list", "a", "--sets", "--images"}, "--sets excludes --images"},
       {{"list", "a", "--sets", "--stale", "1h"}, "--sets excludes --stale"},
       {{"verify", "a", "--jobs", "257"}, "--jobs: Value 257 not in range 1 to 256"},
+      {{"prune", "a"}, "--older-than is required"},
+      {{"prune", "a", "--older-than", "x"}, "--older-than: x is no AGE"},
+      {{"prune", "a", "--older-than", "1d", "--keep-last", "0"},
+       "--keep-last: Value 0 not in range 1 to 1000000"},
   };
   for (const Case& wrong : kCases) {
     EXPECT_EQ(Run(wrong.arguments), (Outcome{2, "", wrong.message + '\n' + kHint}));
@@ -64,9 +73,12 @@ TEST_F(CommandLine, EveryCommandRefusesWhatIsNoArchive) {
     std::string text;
     std::string message;
   };
-  for (const std::string command : {"sync", "list", "verify"}) {
-    EXPECT_EQ(Run({command, "ARCHIVE"}),
-              (Outcome{4, "", "can't open ARCHIVE: No such file or directory\n"}));
+  const std::vector<std::vector<std::string>> kCommands = {{"sync", "ARCHIVE"},
+                                                           {"list", "ARCHIVE"},
+                                                           {"verify", "ARCHIVE"},
+                                                           {"prune", "ARCHIVE", "--older-than=1d"}};
+  for (const std::vector<std::string>& command : kCommands) {
+    EXPECT_EQ(Run(command), (Outcome{4, "", "can't open ARCHIVE: No such file or directory\n"}));
   }
   ASSERT_EQ(Run({"init", "ARCHIVE"}).status, 0);
   for (const Case& wrong :
@@ -75,9 +87,8 @@ TEST_F(CommandLine, EveryCommandRefusesWhatIsNoArchive) {
              "format version 2 is newer than this program"},
         Case{R"({"format": "quillmere-archive", "version": 1})", "program is missing or wrong"}}) {
     WriteFile(PathOf("archive.json"), wrong.text);
-    for (const std::string command : {"sync", "list", "verify"}) {
-      EXPECT_EQ(Run({command, "ARCHIVE"}),
-                (Outcome{4, "", "ARCHIVE/archive.json: " + wrong.message + '\n'}));
+    for (const std::vector<std::string>& command : kCommands) {
+      EXPECT_EQ(Run(command), (Outcome{4, "", "ARCHIVE/archive.json: " + wrong.message + '\n'}));
     }
   }
   remove(PathOf("archive.json").c_str());

@@ -209,6 +209,34 @@ TEST(Manifest, ReadersSayWhatIsWrong) {
   }
 }
 
+TEST(Mark, IsTheManifestWithTheTimeBehindIt) {
+  const std::string kTime =
+      ",\n"
+      "    \"pruned\": 1600300000,\n"
+      "    \"pruned_utc\": \"2020-09-16T23:46:40Z\"\n"
+      "}\n";
+  const std::string kEnd = "\n}\n";
+  // Also with what the writer doesn't know, and as another program may lay it out.
+  for (const std::string& text :
+       {kManifestText, With("\"entries\": 12", "\"entries\":12,\"more\":[{}]")}) {
+    const std::string members = text.substr(0, text.size() - kEnd.size());
+    for (const std::string& manifest : {text, members + "}", members + "\r\n\t }  \n"}) {
+      const std::string mark = MarkOf(manifest, 1600300000);
+      EXPECT_EQ(mark, members + kTime);
+      std::string error;
+      EXPECT_EQ(TextOf(ReadMark(mark, &error).value()), kManifestText);
+    }
+  }
+}
+
+TEST(Mark, ReadersSayWhatIsWrong) {
+  std::string error;
+  EXPECT_EQ(ReadMark(kManifestText, &error), std::nullopt);
+  EXPECT_EQ(error, "pruned is missing or wrong");
+  EXPECT_EQ(ReadMark(kInfoText, &error), std::nullopt);
+  EXPECT_EQ(error, "not of quillmere-archive");
+}
+
 TEST(Manifest, TheLargestTimeIsRead) {
   EXPECT_EQ(ErrorOf(With("\"backup_time\": 1600123456", "\"backup_time\": 9223372036854775807")),
             "");

@@ -94,7 +94,7 @@ ArchiveTest::~ArchiveTest() {
   std::filesystem::remove_all(root_, ignored);
 }
 
-Outcome ArchiveTest::Run(const std::vector<std::string>& arguments) {
+int ArchiveTest::RunAsItIs(const std::vector<std::string>& arguments) const {
   std::vector<std::string> texts = {"quillmere-archive"};
   for (const std::string& argument : arguments) {
     texts.push_back(Replaced(argument, "ARCHIVE", archive_));
@@ -104,10 +104,14 @@ Outcome ArchiveTest::Run(const std::vector<std::string>& arguments) {
     argv.push_back(text.data());
   }
   argv.push_back(nullptr);
+  return ArchiveMain(static_cast<int>(texts.size()), argv.data());
+}
+
+Outcome ArchiveTest::Run(const std::vector<std::string>& arguments) {
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
   Outcome outcome;
-  outcome.status = ArchiveMain(static_cast<int>(texts.size()), argv.data());
+  outcome.status = RunAsItIs(arguments);
   outcome.out = Replaced(testing::internal::GetCapturedStdout(), archive_, "ARCHIVE");
   outcome.err = Replaced(testing::internal::GetCapturedStderr(), archive_, "ARCHIVE");
   return outcome;

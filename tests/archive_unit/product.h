@@ -41,6 +41,8 @@ class ArchiveTest : public testing::Test {
   /// Calls the program with "ARCHIVE" for the path of the archive. In what it prints, the path
   /// becomes "ARCHIVE" again.
   Outcome Run(const std::vector<std::string>& arguments);
+  /// The same, where nothing is captured. Returns the status.
+  int RunAsItIs(const std::vector<std::string>& arguments) const;
 
   /// The listing has these rows from now on.
   void Lists(const std::string& rows) const;

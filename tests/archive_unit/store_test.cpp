@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -74,4 +75,31 @@ TEST_F(StoreTest, ClearsWhatInterruptedRunsLeft) {
   WriteFile(path_ + "/.staging/file", "");
   Store(path_).ClearStaging();
   EXPECT_TRUE(std::filesystem::is_empty(path_ + "/.staging"));
+}
+
+TEST_F(StoreTest, WhatGoesMeanwhileIsPassedOver) {
+  for (const std::string file : {"images/a/a_1/manifest.json", "images/a/a_2/manifest.json",
+                                 "sets/a/b/c/1.json", "sets/a/b/c/2.json"}) {
+    std::filesystem::create_directories(std::filesystem::path(path_ + '/' + file).parent_path());
+    WriteFile(path_ + '/' + file, "text");
+  }
+  const Store store(path_);
+  std::vector<std::string> taken;
+  const auto take = [&](const std::string& path, const std::string& /*text*/) {
+    taken.push_back(path);
+    std::filesystem::remove_all(path_ + "/images/a/a_2");
+    std::filesystem::remove(path_ + "/sets/a/b/c/2.json");
+  };
+  const auto complain = [](const ArchiveError& error) { FAIL() << error.what(); };
+  store.ForEachManifest(take, complain);
+  WriteFile(path_ + "/sets/a/b/c/2.json", "text");
+  store.ForEachSet(take, complain);
+  EXPECT_EQ(taken, (std::vector<std::string>{"images/a/a_1/manifest.json", "sets/a/b/c/1.json"}));
+}
+
+TEST_F(StoreTest, PrunesNoImageWithoutAManifest) {
+  std::filesystem::create_directories(path_ + "/images/a/a_1");
+  EXPECT_EQ(ErrorOf([this] { Store(path_).PruneImage("a/a_1", 1); }),
+            path_ + "/images/a/a_1/manifest.json: not JSON");
+  EXPECT_TRUE(std::filesystem::exists(path_ + "/images/a/a_1"));
 }

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <ostream>
 #include <string>
@@ -20,7 +21,9 @@ class StoredDocument : public testing::Test {
 
   /// Stores `text` as "d", in pieces and single characters.
   DocumentFacts Store(const std::string& text, int level) {
-    DocumentWriter writer(directory_, "d", level);
+    taken_.clear();
+    DocumentWriter writer(directory_, "d", level,
+                          [this](std::string_view piece) { taken_ += piece; });
     std::ostream stream(&writer);
     stream << text.substr(0, text.size() / 2);
     for (const char c : text.substr(text.size() / 2)) {
@@ -46,6 +49,7 @@ class StoredDocument : public testing::Test {
 
   TemporaryDirectory temporary_;
   Directory directory_{temporary_.path()};
+  std::string taken_;  // by the one that stores
   std::string stored_;
   std::string plain_;
 };
@@ -87,6 +91,7 @@ TEST_F(StoredDocument, IsCompressedAtALevel) {
     EXPECT_EQ(facts.stored_bytes, stored_.size());
     EXPECT_EQ(facts.stored_sha256, Sha256Of(stored_));
     EXPECT_EQ(plain_, text);
+    EXPECT_EQ(taken_, text);
     directory_.Remove("d.json.zst");
   }
 }
@@ -95,6 +100,39 @@ TEST_F(StoredDocument, OfManyBytesIsHandedToTheDiskEarly) {
   const std::string text(std::size_t{20} * 1024 * 1024, 'a');
   EXPECT_EQ(Store(text, 0).stored_bytes, text.size());
   EXPECT_EQ(ReadFile(temporary_.PathOf("d.json")), text);
+}
+
+TEST_F(StoredDocument, CanBeReadFromAnywhere) {
+  const std::string text = Varied(3000000);
+  for (const int level : {0, 3}) {
+    const DocumentFacts facts = Store(text, level);
+    for (const std::size_t begin : {std::size_t{0}, std::size_t{5}, std::size_t{1000000},
+                                    text.size() - 1, text.size(), text.size() + 10}) {
+      DocumentReader reader = OpenDocument(directory_, facts);
+      reader.Skip(begin);
+      std::string rest(text.size(), '\0');
+      rest.resize(reader.Read(rest.data(), rest.size()));
+      EXPECT_EQ(rest, text.substr(std::min(begin, text.size()))) << begin;
+    }
+  }
+}
+
+TEST_F(StoredDocument, IsWhatItBeginsWith) {
+  const std::string text = Varied(300000);
+  for (const int level : {0, 3}) {
+    DocumentReader reader(directory_.OpenFile(Store(text, level).file), "d",
+                          DocumentReader::Packing::kAsItBegins);
+    std::string read(text.size() + 1, '\0');
+    const std::size_t size = reader.Read(read.data(), 3);
+    read.resize(size + reader.Read(read.data() + size, read.size() - size));
+    EXPECT_EQ(read, text) << level;
+  }
+}
+
+TEST_F(StoredDocument, HasTheSizeThatItShouldHave) {
+  DocumentFacts facts = Store("abc", 0);
+  ++facts.stored_bytes;
+  EXPECT_THROW(OpenDocument(directory_, facts), ArchiveError);
 }
 
 TEST_F(StoredDocument, ThatIsNoZstdFileIsRefused) {

@@ -87,6 +87,46 @@ TEST(Units, TimesHaveAYearOfFourDigits) {
   }
 }
 
+TEST(Units, TimesAreSecondsDatesOrRfc3339) {
+  const std::vector<std::pair<std::string, std::optional<std::int64_t>>> kCases = {
+      {"0", 0},
+      {"-1", -1},
+      {"1600000000", 1600000000},
+      {"1970-01-01", 0},
+      {"2020-02-29", 1582934400},
+      {"2020-09-13T12:26:40Z", 1600000000},
+      {"2020-09-13t12:26:40z", 1600000000},
+      {"2020-09-13T12:26:40.999Z", 1600000000},
+      {"2020-09-13T14:26:40+02:00", 1600000000},
+      {"2020-09-13T06:56:40-05:30", 1600000000},
+      {"2016-12-31T23:59:60Z", 1483228800},
+      {"0000-01-01", -62167219200},
+      {"", std::nullopt},
+      {"x", std::nullopt},
+      {"1600000000s", std::nullopt},
+      {"2019-02-29", std::nullopt},
+      {"2020-13-01", std::nullopt},
+      {"2020-1-01", std::nullopt},
+      {"2020/01/01", std::nullopt},
+      {"2020-01-01T", std::nullopt},
+      {"2020-01-01 00:00:00Z", std::nullopt},
+      {"2020-01-01T00:00:00", std::nullopt},
+      {"2020-01-01T24:00:00Z", std::nullopt},
+      {"2020-01-01T00:60:00Z", std::nullopt},
+      {"2020-01-01T00:00:61Z", std::nullopt},
+      {"2020-01-01T00:00Z", std::nullopt},
+      {"2020-01-01T00:00:00.Z", std::nullopt},
+      {"2020-01-01T00:00:00Zx", std::nullopt},
+      {"2020-01-01T00:00:00+2:00", std::nullopt},
+      {"2020-01-01T00:00:00+02:60", std::nullopt},
+      {"2020-01-01T00:00:00+02:00x", std::nullopt},
+      {"99999999999999999999", std::nullopt},
+  };
+  for (const auto& [text, seconds] : kCases) {
+    EXPECT_EQ(ParseTime(text), seconds) << text;
+  }
+}
+
 TEST(Units, BytesAreShownWithAtMostOneDecimal) {
   const std::vector<std::pair<std::uint64_t, std::string>> kCases = {
       {0, "0 B"},

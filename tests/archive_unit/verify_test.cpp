@@ -155,13 +155,17 @@ TEST_F(Verify, FindsSetsThatDoNotFit) {
 }
 
 TEST_F(Verify, FindsStrayFiles) {
+  std::filesystem::create_directories(PathOf("pruned/a"));
   for (const std::string path :
-       {"stray", "images/stray", "images/a/stray", "images/a/a_1600000000/stray", "sets/stray",
-        "sets/a/stray", "sets/a/Files/stray"}) {
+       {"stray", "pruned/stray", "images/stray", "images/a/stray", "images/a/a_1600000000/stray",
+        "sets/stray", "sets/a/stray", "sets/a/Files/stray"}) {
     WriteFile(PathOf(path), "");
     ExpectProblems(std::string(path) + ": does not belong here\n", 1, kAll);
     std::filesystem::remove(PathOf(path));
   }
+  std::filesystem::create_directory(PathOf("pruned/a/stray"));
+  ExpectProblems("pruned/a/stray: does not belong here\n", 1, kAll);
+  std::filesystem::remove(PathOf("pruned/a/stray"));
   std::filesystem::create_directory(PathOf("sets/a/Files/Daily/stray"));
   ExpectProblems("sets/a/Files/Daily/stray: does not belong here\n", 1, kAll);
   std::filesystem::remove(PathOf("sets/a/Files/Daily/stray"));
@@ -189,4 +193,31 @@ TEST_F(Verify, FindsWhatCannotBeRead) {
   FailOnce("fdopendir", EMFILE);
   EXPECT_EQ(Run({"verify", "ARCHIVE", "--jobs", "1"}),
             (Outcome{4, "", "can't read ARCHIVE: Too many open files\n"}));
+}
+
+TEST_F(Verify, MarksBelongToTheirNames) {
+  const std::string mark = "pruned/a/a_1600000000.json";
+  const std::string text = MarkOf(ReadFile(PathOf(kImage + "manifest.json")), 1700000000);
+  std::filesystem::create_directories(PathOf("pruned/a"));
+  // Beside its image too, as an interrupted prune leaves it.
+  WriteFile(PathOf(mark), text);
+  EXPECT_EQ(Run({"verify", "ARCHIVE"}), (Outcome{0, kAll + ": 0 problems\n", ""}));
+  struct Case {
+    std::string from;
+    std::string to;
+    std::string what;
+  };
+  for (const auto& [from, to, what] :
+       {Case{"{", "", "not JSON"}, Case{"\"pruned\"", "\"x\"", "pruned is missing or wrong"},
+        Case{"\"client\": \"a\"", "\"client\": \"b\"", "of another image"},
+        Case{"\"backup_id\": \"a_", "\"backup_id\": \"a_1", "of another image"}}) {
+    Change(mark, from, to);
+    ExpectProblems(mark + ": " + what + '\n', 1, kAll);
+    WriteFile(PathOf(mark), text);
+  }
+  std::filesystem::rename(PathOf(mark), PathOf("pruned/a/a_1600000000"));
+  ExpectProblems("pruned/a/a_1600000000: of another image\n", 1, kAll);
+  std::filesystem::remove(PathOf("pruned/a/a_1600000000"));
+  std::filesystem::create_symlink("x", PathOf("pruned/b"));
+  ExpectProblems("pruned/b: does not belong here\n", 1, kAll);
 }

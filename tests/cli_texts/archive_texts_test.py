@@ -57,14 +57,15 @@ class Texts(unittest.TestCase):
 
     def synopsis(self):
         blocks = self.page.partition(".Sh SYNOPSIS\n")[2].partition(".Sh ")[0].split(".Nm\n")
-        return {found[1]: {"-" + name for name in re.findall(r"(?<= )Fl (\S+)", block)}
+        return {found[1]: {"-" + name for name in re.findall(r"(?<=[ .])Fl (\S+)", block)}
                 for block in blocks if (found := re.match(r"\.Cm (\w+)\n", block))}
 
     def without_help(self, command):
         return {name: takes for name, takes in self.commands[command].items() if name not in HELP}
 
     def test_the_program_has_these_commands(self):
-        self.assertEqual(list(self.commands), ["init", "sync", "list", "verify"])
+        self.assertEqual(list(self.commands),
+                         ["init", "sync", "list", "verify", "prune", "find", "entries"])
         self.assertEqual(self.of_program, HELP | {"--version"})
 
     def test_the_manual_page_describes_every_option_and_no_other(self):
@@ -73,8 +74,8 @@ class Texts(unittest.TestCase):
         self.assertEqual(self.synopsis(), {name: set(options) for name, options in expected.items()})
 
     def test_the_table_of_the_layout_s_document_has_every_option_and_no_other(self):
-        rows = re.findall(r"^\| `(\w+) ARCHIVE` \| (.*) \|$", OPTIONS.document.read_text(),
-                          re.MULTILINE)
+        rows = re.findall(r"^\| `(\w+) (?:ARCHIVE|SOURCE)(?: PATTERN)?`\+? \| (.*) \|$",
+                          OPTIONS.document.read_text(), re.MULTILINE)
         self.assertEqual({command: set(OPTION.findall(options)) for command, options in rows},
                          {command: set(self.without_help(command)) for command in self.commands})
 
@@ -93,11 +94,15 @@ class Texts(unittest.TestCase):
         for words in (("sync", ""), ("list", "--json", ""), ("sync", "--jobs", "2", "a")):
             self.assertEqual(bash_offers(OPTIONS.bash, *words, program="quillmere-archive"),
                              ([], ["compopt -o plusdirs"]))
+        self.assertEqual(bash_offers(OPTIONS.bash, "entries", "", program="quillmere-archive"),
+                         ([], ["compopt -o default"]))
 
     def test_wrong_arguments_are_status_2_and_named_on_standard_error(self):
         for arguments in ((), ("sync",), ("sink", "x"), ("sync", "--nights", "x"),
                           ("sync", "--jobs", "0", "x"), ("sync", "--newer-than", "soon", "x"),
-                          ("init", "--compress", "20", "x"), ("list", "--sets", "--images", "x")):
+                          ("init", "--compress", "20", "x"), ("list", "--sets", "--images", "x"),
+                          ("prune", "x"), ("find", "x"), ("find", "--before", "noon", "x", "y"), ("entries",),
+                          ("entries", "--format", "csv", "x"), ("entries", "--columns", "no", "x")):
             status, stdout, stderr = run(*arguments)
             self.assertEqual((status, stdout), (2, ""), arguments)
             self.assertNotEqual(stderr, "", arguments)
@@ -136,6 +141,8 @@ class Zsh(unittest.TestCase):
     def test_directories_are_offered_for_the_archive(self):
         self.assertEqual(self.offered("sync arch"), {"archive1"})
         self.assertEqual(self.offered("sync --client arch"), set())
+        self.assertEqual(self.offered("entries arch"), {"archive1", "archive.txt"})
+        self.assertEqual(self.offered("entries --format "), {"tsv", "ndjson"})
 
 
 if __name__ == "__main__":

@@ -2,28 +2,18 @@
 """What the README and the manual page show of a shell happens like that, on the demo's catalogue."""
 
 import argparse
-import os
 import pathlib
 import re
-import subprocess
 import sys
-import tempfile
 import unittest
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-sys.path.append(str(ROOT / "tests/e2e"))
-from host_product import make_catalogue
+import console
+from console import ROOT, commands
 
 OPTIONS = argparse.Namespace()
 # Complaints of commands that are shown although this catalogue has nothing for them.
 NOT_IN_THE_CATALOGUE = {"""quillmere --action list_backups --policy "'R&D daily'\"""":
                         "qvroll: no image matches\n"}
-
-
-def blocks_of_readme():
-    text = (ROOT / "README.md").read_text(encoding="utf-8")
-    blocks = re.findall(r"(?<=\n\n)(?: {4}.*\n)+(?=\n)", text)
-    return [re.sub("^ {4}", "", block, flags=re.MULTILINE) for block in blocks if "    $ " in block]
 
 
 def blocks_of_manual_page():
@@ -32,34 +22,11 @@ def blocks_of_manual_page():
     return [block.replace(r"\e", "\\") for block in blocks]
 
 
-def commands(block):
-    """The commands of a block, as (command, what it prints)."""
-    return re.findall(r"^\$ ((?:.*[\\|]\n)*.*)\n((?:(?!\$ ).*\n)*)", block, re.MULTILINE)
-
-
-class Console(unittest.TestCase):
+class Examples(console.Console):
     def setUp(self):
-        directory = tempfile.TemporaryDirectory()
-        self.addCleanup(directory.cleanup)
-        self.directory = pathlib.Path(directory.name)
+        super().setUp()
         self.script("quillmere", f'exec {OPTIONS.program} "$@"')
-        make_catalogue(OPTIONS.generator, OPTIONS.root, **demo_catalogue())
-
-    def script(self, name, line):
-        """Makes a command for the shell."""
-        path = self.directory / "tools" / name
-        path.parent.mkdir(exist_ok=True)
-        path.write_text(f"#!/bin/sh\n{line}\n", encoding="utf-8")
-        path.chmod(0o755)
-
-    def shell(self, lines):
-        """Runs lines in which the test's directory stands for /srv; returns the status, standard
-        output and standard error."""
-        path = f"{self.directory}/tools:{os.environ['PATH']}"
-        ended = subprocess.run(["sh", "-c", lines.replace("/srv", str(self.directory))],
-                               cwd=self.directory, env=os.environ | {"PATH": path},
-                               capture_output=True, text=True, check=False)
-        return ended.returncode, ended.stdout, ended.stderr
+        console.make_catalogue(OPTIONS.generator, OPTIONS.root, **demo_catalogue())
 
     def assert_happens(self, blocks):
         for command, expected in (pair for block in blocks for pair in commands(block)):
@@ -72,7 +39,8 @@ class Console(unittest.TestCase):
                     self.assertEqual(output, expected)
 
     def test_of_the_readme(self):
-        blocks = [block for block in blocks_of_readme() if "quillmere-archive" not in block]
+        blocks = [block for block in console.blocks_of_markdown("README.md", "$")
+                  if "quillmere-archive" not in block]
         self.assertEqual(len(blocks), 1)
         self.assert_happens(blocks)
 
@@ -89,7 +57,7 @@ class Console(unittest.TestCase):
 
     def test_the_manual_page_uses_a_set_list_only_if_nobody_complained(self):
         (lines,) = [block for block in blocks_of_manual_page() if "consume" in block]
-        (self.directory / "export").mkdir()
+        (self.directory / "srv/export").mkdir()
         self.script("consume", 'head -n 2 "$1"')
         self.assertEqual(self.shell(lines), (0, '{\n    "backup_sets": [\n', ""))
         (pathlib.Path(OPTIONS.root) / "bin/admincmd/qvroll").unlink()

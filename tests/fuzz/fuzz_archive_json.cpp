@@ -45,6 +45,17 @@ void CheckReader(const std::function<std::optional<Value>(std::string_view, std:
               longer.insert(brace + 1, R"("later": [{"version": 2}, null, 1e3],)"));
 }
 
+/// Every manifest can be marked, and only what is marked is a mark.
+void CheckMark(std::string_view text) {
+  const std::optional<std::string> manifest = Rewritten<Manifest>(ReadManifest, text);
+  const std::optional<std::string> mark = Rewritten<Manifest>(ReadMark, text);
+  Expect(!mark || mark == manifest, "a mark is a manifest");
+  if (manifest) {
+    ExpectText("a manifest that is marked",
+               Rewritten<Manifest>(ReadMark, MarkOf(text, 1)).value_or("none"), *manifest);
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -52,5 +63,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   CheckReader<ArchiveInfo>(ReadArchiveInfo, text);
   CheckReader<Manifest>(ReadManifest, text);
   CheckReader<SetFile>(ReadSetFile, text);
+  CheckMark(text);
   return 0;
 }

@@ -32,7 +32,8 @@ readonly number='^[1-9][0-9]*$'
 readonly seconds=$1
 targets=("${@:2}")
 if ((${#targets[@]} == 0)); then
-  targets=(listing catalogue_file file_entries metadata archive_json)
+  targets=(listing catalogue_file file_entries metadata archive_json archive_document
+    archive_pattern)
 fi
 
 # Bytes that an input may have: more make it slower, and show nothing new.

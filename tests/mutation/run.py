@@ -30,10 +30,9 @@ SOURCE = HERE.parent.parent
 GIB = 1 << 30
 STAGES = [
     ["^golden[.]", "quillmere_golden"],
-    ["^fuzz[.]", "fuzz_listing", "fuzz_catalogue_file", "fuzz_file_entries", "fuzz_metadata",
-     "fuzz_archive_json"],
+    ["^fuzz[.]", "quillmere_fuzz"],
     ["^(faults|e2e)[.]", "all"],
-]  # fmt: skip
+]
 
 
 class Unusable(Exception):
