@@ -61,11 +61,11 @@ class CommandOfAnImage(CommandTest):
                 self.setUp()
                 self.faults(f"{command} {THIRD} hang")
                 name = command.removesuffix("-id")
-                self.check_failed(f"{name} printed nothing for 1s", "--timeout", "1s")
+                self.check_failed(f"{name} printed nothing for 3s", "--timeout", "3s")
 
     def test_is_slow_but_not_silent_for_so_long(self):
         self.faults("* * slow 300")
-        self.check_sync("--timeout", "2s", "--limit", "2")
+        self.check_sync("--timeout", "5s", "--limit", "2")
         self.check_tree(self.model.files(without=[SECOND, FIRST]))
 
     def test_prints_metadata_that_are_no_json(self):
@@ -184,7 +184,7 @@ class TheListing(CommandTest):
 
     def test_hangs(self):
         self.faults("qvroll * hang")
-        self.check_nothing_done("qvroll printed nothing for 1s", (), "--timeout", "1s")
+        self.check_nothing_done("qvroll printed nothing for 3s", (), "--timeout", "3s")
 
     def test_is_of_a_product_that_is_gone(self):
         command = self.root / "bin/admincmd/qvroll"
