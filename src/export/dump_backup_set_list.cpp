@@ -1,9 +1,12 @@
 #include "export/dump_backup_set_list.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <iostream>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -36,6 +39,14 @@ std::vector<Item> SortedItems(const std::vector<BackupSet>& sets) {
   return items;
 }
 
+/// Appends the digits of `number`. By std::ostream a million sets take a tenth longer.
+template <typename Number>
+void AppendNumber(std::string* text, Number number) {
+  std::array<char, 20> digits;  // the longest are -2^63 and 2^64 - 1
+  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+  text->append(digits.data(), end);
+}
+
 /// Writes the last `count` of `items`, the last first, as the JSON writer would: digits and signs
 /// have no need of escapes. Pinned by DumpBackupSetList.WritesTheBytesOfARealTree.
 void WriteNewest(const std::vector<Item>& items, std::size_t count, std::ostream* out) {
@@ -43,11 +54,16 @@ void WriteNewest(const std::vector<Item>& items, std::size_t count, std::ostream
     *out << "\"\"";
     return;
   }
+  std::string text;
   std::string_view before = "[\n";
   const auto end = items.rbegin() + static_cast<std::ptrdiff_t>(count);
   for (auto item = items.rbegin(); item != end; ++item) {
-    *out << before << "        {\n            \"BackupCreateTime\": \"" << item->create_time
-         << "\",\n            \"BackupSize\": \"" << item->backup_size << "\"\n        }";
+    text.assign(before).append("        {\n            \"BackupCreateTime\": \"");
+    AppendNumber(&text, item->create_time);
+    text.append("\",\n            \"BackupSize\": \"");
+    AppendNumber(&text, item->backup_size);
+    text.append("\"\n        }");
+    *out << text;
     before = ",\n";
   }
   *out << "\n    ]";
