@@ -252,6 +252,7 @@ def gain_cases(scale):
     """What the tool wins with each thing that is less plain for the sake of speed: the subject is
     the tool, and the base the tool without it."""
     rows, entries = listing(scale.rows), image(scale.entries)
+    lone = listing(scale.rows, parents=False)
     if scale.huge:
         paced = image(HUGE_ENTRIES, "paced")
         yield Case("gain: pipe_of_commands", Command("dump_backup", TO_PIPE, paced),
@@ -261,6 +262,7 @@ def gain_cases(scale):
             ("buffer_of_commands", TO_PIPE, entries),
             ("pipe_of_output", LIST, rows), ("pipe_of_output", TO_PIPE, entries),
             ("buffer_of_output", LIST, rows), ("sorted_items", SET_LIST, rows),
+            ("number_texts", ALL_SETS, lone),
             ("steps_for_records", SET_LIST, rows), ("whole_numbers", SET_LIST, rows),
             ("sizes", SET_LIST, rows), ("series_images", SET_LIST, rows),
             ("hashed_tags", SET_LIST, rows), ("groups_of_bytes", TO_PIPE, entries)):
