@@ -1,6 +1,6 @@
 #include "archive/json_object.h"
 
-#include <nettle/base64.h>
+#include <openssl/evp.h>
 
 #include <cstddef>
 #include <limits>
@@ -22,24 +22,27 @@ bool IsUtf8(std::string_view text) {
 }
 
 std::string Base64Of(std::string_view bytes) {
-  std::string text(BASE64_ENCODE_RAW_LENGTH(bytes.size()), '\0');
-  base64_encode_raw(text.data(), bytes.size(), reinterpret_cast<const std::uint8_t*>(bytes.data()));
+  std::string text((bytes.size() + 2) / 3 * 4, '\0');
+  EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
+                  reinterpret_cast<const unsigned char*>(bytes.data()),
+                  static_cast<int>(bytes.size()));
   return text;
 }
 
-/// The bytes of which `text` is the base64; nothing if it is none.
+/// The bytes of which `text`, a part of a file that is read whole, is the base64; nothing if it is
+/// none.
 std::optional<std::string> BytesOf(std::string_view text) {
-  base64_decode_ctx context;
-  base64_decode_init(&context);
-  std::string bytes(BASE64_DECODE_LENGTH(text.size()), '\0');
-  std::size_t size = bytes.size();
-  if (base64_decode_update(&context, &size, reinterpret_cast<std::uint8_t*>(bytes.data()),
-                           text.size(), text.data()) == 0 ||
-      base64_decode_final(&context) == 0) {
+  std::string bytes(text.size() / 4 * 3 + 3, '\0');
+  const int size = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
+                                   reinterpret_cast<const unsigned char*>(text.data()),
+                                   static_cast<int>(text.size()));
+  if (size < 0) {
     return std::nullopt;
   }
-  bytes.resize(size);
-  return bytes;
+  // It counts the padding as bytes, and passes over some of what is none of the text.
+  const int padding = text.ends_with("==") ? 2 : text.ends_with('=') ? 1 : 0;
+  bytes.resize(static_cast<std::size_t>(size - padding));
+  return Base64Of(bytes) == text ? std::optional(bytes) : std::nullopt;
 }
 
 /// The member `key` of `object`; null without one, and if it is no object.

@@ -1,20 +1,22 @@
 #include "archive/sha256.h"
 
-#include <nettle/base16.h>
-
 #include <array>
-#include <cstdint>
 
 void Sha256::Take(std::string_view piece) {
-  sha256_update(&context_, piece.size(), reinterpret_cast<const std::uint8_t*>(piece.data()));
+  SHA256_Update(&context_, piece.data(), piece.size());
 }
 
 std::string Sha256::Finish() {
-  std::array<std::uint8_t, SHA256_DIGEST_SIZE> digest{};
-  sha256_digest(&context_, digest.size(), digest.data());
-  std::string digits(BASE16_ENCODE_LENGTH(SHA256_DIGEST_SIZE), '\0');
-  base16_encode_update(digits.data(), digest.size(), digest.data());
-  return digits;
+  std::array<unsigned char, SHA256_DIGEST_LENGTH> digest{};
+  SHA256_Final(digest.data(), &context_);
+  SHA256_Init(&context_);
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string text;
+  for (const unsigned char byte : digest) {
+    text += kDigits[byte >> 4U];
+    text += kDigits[byte & 0xFU];
+  }
+  return text;
 }
 
 std::string Sha256Of(std::string_view text) {

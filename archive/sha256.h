@@ -1,7 +1,9 @@
 #ifndef QUILLMERE_ARCHIVE_SHA256_H_
 #define QUILLMERE_ARCHIVE_SHA256_H_
 
-#include <nettle/sha2.h>
+// Through the interface above these functions, a static program would hold all of the library.
+#define OPENSSL_SUPPRESS_DEPRECATED
+#include <openssl/sha.h>
 
 #include <string>
 #include <string_view>
@@ -9,7 +11,7 @@
 /// The SHA-256 of bytes that come in pieces.
 class Sha256 {
  public:
-  Sha256() { sha256_init(&context_); }
+  Sha256() { SHA256_Init(&context_); }
 
   void Take(std::string_view piece);
 
@@ -17,7 +19,7 @@ class Sha256 {
   std::string Finish();
 
  private:
-  sha256_ctx context_;
+  SHA256_CTX context_;
 };
 
 /// The SHA-256 of `text`: 64 small hexadecimal digits.

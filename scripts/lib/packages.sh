@@ -3,8 +3,8 @@
 
 # shellcheck disable=SC2034  # the lists are read by the scripts that source this file
 {
-  BUILD_PACKAGES=(cmake g++ gzip libboost-dev libcli11-dev liblz4-dev libxxhash-dev libzstd-dev
-    nettle-dev ninja-build nlohmann-json3-dev)
+  BUILD_PACKAGES=(cmake g++ gzip libboost-dev libcli11-dev liblz4-dev libssl-dev libxxhash-dev
+    libzstd-dev ninja-build nlohmann-json3-dev)
   TEST_PACKAGES=(binutils chromium chromium-driver jq libgmock-dev libgtest-dev locales mandoc mount
     prometheus python3 python3-jsonschema python3-selenium rsync sqlite3 strace systemd util-linux
     valgrind zsh zstd)
