@@ -308,8 +308,10 @@ def as_text(rows):
 
 
 def as_markdown(rows, heading):
+    def row(cells):
+        return "| " + " | ".join(cell.replace("|", "\\|") for cell in cells) + " |\n"
     return "\n".join([heading + "\n"] + [
-        "".join(f"| {' | '.join(line)} |\n" for line in (names, ["---"] * len(names), *lines))
+        "".join(row(line) for line in (names, ["---"] * len(names), *lines))
         for names, *lines in tables(rows)])
 
 
