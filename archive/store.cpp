@@ -176,6 +176,13 @@ std::string SumsOf(const DocumentFacts& document, std::string_view manifest_text
          kManifestFile + '\n';
 }
 
+void WriteManifest(const Staging& staging, const Manifest& manifest) {
+  const std::string text = TextOf(manifest);
+  staging.image.Write(kManifestFile, text);
+  staging.image.Write(kSumsFile, SumsOf(manifest.document, text));
+  staging.image.Sync();
+}
+
 void Store::Create(const std::string& path, const ArchiveInfo& info) {
   if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) {
     throw SystemError("make", path);
@@ -245,14 +252,10 @@ void Store::Discard(const Staging& staging) const {
   root_.Open(kStagingDirectory).Remove(staging.name);
 }
 
-void Store::Install(const Staging& staging, const Manifest& manifest) const {
-  const std::string text = TextOf(manifest);
-  staging.image.Write(kManifestFile, text);
-  staging.image.Write(kSumsFile, SumsOf(manifest.document, text));
-  staging.image.Sync();
-  const Directory client =
-      root_.OpenOrMake(kImagesDirectory).OpenOrMake(FileNameOf(manifest.client));
-  staging.work.Move(kStagedImage, client, FileNameOf(manifest.backup_id));
+void Store::Install(const Staging& staging, const std::string& backup_id) const {
+  const auto [client_name, image_name] = ClientAndId(ImageNameOf(backup_id));
+  const Directory client = root_.OpenOrMake(kImagesDirectory).OpenOrMake(client_name);
+  staging.work.Move(kStagedImage, client, image_name);
   client.Sync();
 }
 

@@ -44,6 +44,10 @@ struct Staging {
   Directory image;   ///< what becomes the image's directory
 };
 
+/// Gives an image whose document is staged its manifest and its sums, durably. Throws an
+/// ArchiveError.
+void WriteManifest(const Staging& staging, const Manifest& manifest);
+
 /// An archive on disk. This is the only place that moves, syncs and removes what is in one. What
 /// fails throws an ArchiveError.
 class Store {
@@ -69,8 +73,8 @@ class Store {
   [[nodiscard]] Staging NewStaging();
   void Discard(const Staging& staging) const;
 
-  /// Gives an image whose document is staged its manifest and its place, durably.
-  void Install(const Staging& staging, const Manifest& manifest) const;
+  /// Gives an image that is staged whole its place, durably.
+  void Install(const Staging& staging, const std::string& backup_id) const;
 
   /// The images that are there, as ImageNameOf has them.
   [[nodiscard]] std::unordered_set<std::string> ImageNames() const;

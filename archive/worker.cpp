@@ -119,13 +119,8 @@ std::string RecordOf(const ExportResult& result) {
   RecordWriter writer;
   writer.Put(static_cast<std::uint64_t>(Record::kResult));
   writer.Put(result.failure);
-  writer.Put(result.document.file);
-  writer.Put(result.document.bytes);
-  writer.Put(result.document.sha256);
-  writer.Put(result.document.stored_bytes);
-  writer.Put(result.document.stored_sha256);
+  writer.Put(result.stored_bytes);
   writer.Put(result.entries);
-  writer.Put(result.milliseconds);
   writer.Put(std::uint64_t{result.commands.size()});
   for (const CommandRun& run : result.commands) {
     writer.Put(run.command);
@@ -154,13 +149,8 @@ std::vector<CommandRun> ReadCommands(RecordReader* reader) {
 ExportResult ReadResult(RecordReader* reader) {
   ExportResult result;
   result.failure = reader->Text();
-  result.document.file = reader->Text();
-  result.document.bytes = reader->Number();
-  result.document.sha256 = reader->Text();
-  result.document.stored_bytes = reader->Number();
-  result.document.stored_sha256 = reader->Text();
+  result.stored_bytes = reader->Number();
   result.entries = reader->Number();
-  result.milliseconds = reader->Number();
   result.commands = ReadCommands(reader);
   return result;
 }
@@ -168,33 +158,39 @@ ExportResult ReadResult(RecordReader* reader) {
 class ImageExport {
  public:
   ImageExport(const ExportRequest& request, const Staging& staging, int results)
-      : request_(request), staging_(staging), results_(results) {}
+      : request_(request),
+        staging_(staging),
+        results_(results),
+        manifest_(request.manifest),
+        id_(ShellWord(manifest_.backup_id)) {}
 
   void Run() {
     const auto start = std::chrono::steady_clock::now();
     try {
       Export();
+      const auto time = std::chrono::steady_clock::now() - start;
+      const auto count = std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
+      manifest_.export_seconds = static_cast<double>(count) / 1000;
+      manifest_.entries = result_.entries;
+      manifest_.commands = result_.commands;
+      WriteManifest(staging_, manifest_);
     } catch (const std::exception& error) {
       result_.failure = error.what();
     }
-    const auto time = std::chrono::steady_clock::now() - start;
-    result_.milliseconds = static_cast<std::uint64_t>(
-        std::chrono::duration_cast<std::chrono::milliseconds>(time).count());
     WriteAll(results_, RecordOf(result_));
   }
 
  private:
   void Export() {
-    const std::string id = ShellWord(request_.backup_id);
     // Messages name the file as it is called here, and not where this run has it.
     if (fchdir(staging_.work.descriptor()) != 0) {
       throw SystemError("open", staging_.work.path());
     }
-    const std::string catalogue_directory = CatalogueDirectory(request_.backup_id);
+    const std::string catalogue_directory = CatalogueDirectory(manifest_.backup_id);
     boost::property_tree::ptree metadata;
-    RunCommand("qvmeta", [&] { return FetchMetadata(id, kMetadataFile, &metadata); });
+    RunCommand("qvmeta", [&] { return FetchMetadata(id_, kMetadataFile, &metadata); });
     std::string catalogue_file;
-    RunCommand("qvroll", [&] { return FindCatalogueFile(id, &catalogue_file); });
+    RunCommand("qvroll", [&] { return FindCatalogueFile(id_, &catalogue_file); });
     const std::string path = ShellWord(catalogue_directory + '/' + catalogue_file);
     FileEntryTable entries;
     RunCommand("rec_unfold", [&] { return ReadFileEntries(path, &entries); });
@@ -240,7 +236,7 @@ class ImageExport {
   void WriteDocument(boost::property_tree::ptree* metadata, const FileEntryTable& entries) {
     PathFilterWriter filter(staging_.image);
     DocumentParser parser([&](const RawEntry& entry) { filter.Take(entry); });
-    DocumentWriter writer(staging_.image, FileNameOf(request_.backup_id),
+    DocumentWriter writer(staging_.image, FileNameOf(manifest_.backup_id),
                           request_.compression_level,
                           [&](std::string_view piece) { parser.Parse(piece); });
     std::ostream stream(&writer);
@@ -252,7 +248,8 @@ class ImageExport {
       refused = error.what();
     }
     // When it could not be written, this says why.
-    result_.document = writer.Finish();
+    manifest_.document = writer.Finish();
+    result_.stored_bytes = manifest_.document.stored_bytes;
     if (!refused.empty()) {
       throw std::runtime_error(refused);
     }
@@ -260,12 +257,14 @@ class ImageExport {
     if (!parser.Finish(&error)) {
       throw std::runtime_error(error);
     }
-    filter.Finish(result_.document.sha256, parser);
+    filter.Finish(manifest_.document.sha256, parser);
   }
 
   const ExportRequest& request_;
   const Staging& staging_;
   int results_;
+  Manifest manifest_;
+  std::string id_;  // as the shell takes it
   ExportResult result_;
 };
 

@@ -30,21 +30,21 @@ std::string SilenceOf(const std::string& command, const Age& timeout);
 
 /// Which image is exported, and how.
 struct ExportRequest {
-  std::string backup_id;
+  Manifest manifest;          ///< without what only the export can tell
   int compression_level = 0;  ///< of zstd; 0: none
   Age timeout;                ///< for a command that prints nothing
 };
 
 /// What became of an image.
 struct ExportResult {
-  std::string failure;  ///< the reason; empty when the document is there
-  DocumentFacts document;
+  std::string failure;  ///< the reason; empty when the image is staged
+  std::uint64_t stored_bytes = 0;
   std::uint64_t entries = 0;
-  std::uint64_t milliseconds = 0;    ///< how long it took
   std::vector<CommandRun> commands;  ///< those that were run
 };
 
-/// The work of a ChildProcess: stages the document of an image, and tells `results`.
+/// The work of a ChildProcess: stages an image, its manifest last, all of it durably, and tells
+/// `results`. So the waiting for the disk is the workers', who do it side by side.
 void ExportImage(const ExportRequest& request, const Staging& staging, int results);
 
 /// What that process told before it ended by itself; nothing if it did not come so far.

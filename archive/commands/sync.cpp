@@ -67,8 +67,8 @@ std::uint64_t FilesOf(const BackupImage& image) {
   return static_cast<std::uint64_t>(std::max(image.files, 0));
 }
 
-Manifest ManifestOf(const BackupImage& image, const std::string& server, std::int64_t exported,
-                    const ExportResult& result) {
+/// What is known of an image before it is exported.
+Manifest ManifestOf(const BackupImage& image, const std::string& server) {
   return {.program = kProgram,
           .server = server,
           .client = std::string(image.client),
@@ -79,25 +79,23 @@ Manifest ManifestOf(const BackupImage& image, const std::string& server, std::in
           .size = std::string(image.size),
           .size_bytes = BytesFromSize(image.size),
           .files = image.files,
-          .exported = exported,
-          .export_seconds = static_cast<double>(result.milliseconds) / 1000,
-          .document = result.document,
-          .entries = result.entries,
-          .commands = result.commands};
+          .exported = std::time(nullptr),
+          .export_seconds = 0,
+          .document = {},
+          .entries = 0,
+          .commands = {}};
 }
 
 /// An image at work.
 struct Job {
   const BackupImage* image;
   ExportRequest request;
-  std::int64_t started;  // seconds
   Staging staging;
   ChildProcess process;
 
   Job(const BackupImage* job_image, ExportRequest job_request, Staging job_staging)
       : image(job_image),
         request(std::move(job_request)),
-        started(std::time(nullptr)),
         staging(std::move(job_staging)),
         process([this](int results) { ExportImage(request, staging, results); }) {}
 };
@@ -138,7 +136,7 @@ class Exports {
     try {
       jobs_.emplace_back(
           &image,
-          ExportRequest{.backup_id = std::string(image.backup_id),
+          ExportRequest{.manifest = ManifestOf(image, store_->info().server),
                         .compression_level = static_cast<int>(store_->info().compression_level),
                         .timeout = options_.timeout},
           store_->NewStaging());
@@ -209,15 +207,14 @@ class Exports {
   std::string Install(const Job& job, const ExportResult& result) {
     const BackupImage& image = *job.image;
     try {
-      store_->Install(job.staging, ManifestOf(image, store_->info().server, job.started, result));
+      store_->Install(job.staging, job.request.manifest.backup_id);
     } catch (const ArchiveError& error) {
       return error.what();
     }
     exported_.push_back(&image);
     ++counts_->exported;
-    counts_->stored_bytes += result.document.stored_bytes;
-    progress_->Exported(image.backup_id, FilesOf(image), result.entries,
-                        result.document.stored_bytes);
+    counts_->stored_bytes += result.stored_bytes;
+    progress_->Exported(image.backup_id, FilesOf(image), result.entries, result.stored_bytes);
     if (static_cast<std::int64_t>(result.entries) != image.files) {
       progress_->Complain(image.backup_id, std::to_string(result.entries) + " entries, but " +
                                                std::to_string(image.files) + " files listed");
