@@ -115,7 +115,7 @@ def places(node, place=()):
     """Where in a schema something stands that decides about documents."""
     if isinstance(node, (dict, list)):
         for key, value in node.items() if isinstance(node, dict) else enumerate(node):
-            if key not in ("$schema", "title", "description"):
+            if key not in ("$schema", "$id", "title", "description"):
                 yield (*place, key)
                 yield from places(value, (*place, key))
 
