@@ -213,7 +213,7 @@ def reader_cases(scale):
             ("cat | wc -l", "cat {document} | wc -l > /dev/null", (at_most(4), modest)),
             ("jq, three fields", "jq -r '.fentries[] | [.filenum, .length, .path] | @tsv' {document}"
              " | cat > /dev/null", (at_most(1 / 25, text="wall ≤ 1/25"),)),
-            ("stream_image.py", "python3 {here}/../examples/stream_image.py {document}"
+            ("stream_image.py", "python3 {here}/rivals/stream_image.py {document}"
              " | cat > /dev/null", (at_most(1 / 10, text="wall ≤ 1/10"),))):
         yield Case("archive: entries", Command("", "{archiver} entries {document} | cat > /dev/null",
                                                one), Command(base, shell, one), targets)

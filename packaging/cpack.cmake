@@ -47,6 +47,7 @@ quillmere_compress(${PROJECT_SOURCE_DIR}/packaging/debian/changelog changelog.De
 quillmere_document(${PROJECT_SOURCE_DIR}/README.md readme)
 quillmere_document(${PROJECT_SOURCE_DIR}/SECURITY.md security)
 quillmere_document(${PROJECT_SOURCE_DIR}/docs/archive.md archive_layout)
+quillmere_document(${PROJECT_SOURCE_DIR}/docs/consumers.md consumers)
 quillmere_document(${PROJECT_SOURCE_DIR}/docs/documents.md documents)
 quillmere_document(${PROJECT_SOURCE_DIR}/docs/operations.md operations)
 add_custom_target(quillmere_made_files DEPENDS ${quillmere_made_files})
@@ -70,8 +71,13 @@ install(FILES ${zsh_completions}
 install(FILES ${zsh_completions}
   DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT debian EXCLUDE_FROM_ALL)
 
-install(FILES ${readme} ${security} ${archive_layout} ${documents} ${operations}
+install(FILES ${readme} ${security} ${archive_layout} ${consumers} ${documents} ${operations}
   DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/samples DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES ${PROJECT_SOURCE_DIR}/examples/python/quillmere_archive.py
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/python)
+install(FILES ${PROJECT_SOURCE_DIR}/examples/node/quillmere_entries.mjs
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/node)
 install(FILES ${PROJECT_SOURCE_DIR}/CHANGELOG.md
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT elsewhere)
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/debian/copyright

@@ -1,6 +1,7 @@
 # sed -E: the links of a document as they are where it is installed. What is not installed is named
 # without a link, and pictures are left out.
-s#\]\(docs/(archive|documents|operations)\.md(\#[^)]*)?\)#](\1.md\2)#g
+s#\]\(docs/((archive|consumers|documents|operations)\.md(\#[^)]*)?|samples/README\.md)\)#](\1)#g
+s#\]\(\.\./(examples/(python|node)/[^)]*)\)#](\1)#g
 s#\]\((\.\./)?packaging/systemd/examples/([^)]*)\)#](examples/\2)#g
 s#\]\((\.\./)?packaging/prometheus/([^)]*)\)#](../../quillmere/prometheus/\2)#g
 s#\]\(\.\./README\.md\)#](README.md)#g

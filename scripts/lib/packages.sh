@@ -6,8 +6,8 @@
   BUILD_PACKAGES=(cmake g++ gzip libboost-dev libcli11-dev liblz4-dev libssl-dev libxxhash-dev
     libzstd-dev ninja-build nlohmann-json3-dev)
   TEST_PACKAGES=(binutils chromium chromium-driver jq libgmock-dev libgtest-dev locales mandoc mount
-    prometheus python3 python3-jsonschema python3-selenium rsync sqlite3 strace systemd util-linux
-    valgrind zsh zstd)
+    nodejs postgresql prometheus python3 python3-jsonschema python3-pandas python3-selenium rsync sqlite3
+    strace systemd util-linux valgrind zsh zstd)
   CHECK_PACKAGES=(clang-format-14 clang-tidy-14 cppcheck git shellcheck)
 }
 
@@ -23,6 +23,11 @@ as_root() {
   else
     sudo "$@"
   fi
+}
+
+install_packages() {
+  as_root env DEBIAN_FRONTEND=noninteractive \
+    apt-get -qq -o=Dpkg::Use-Pty=0 install --no-install-recommends --yes "$@"
 }
 
 # install_missing PACKAGE...: installs those packages that are not there yet. When all of them are,
@@ -51,6 +56,11 @@ install_missing() {
     as_root systemctl mask prometheus.service
   fi
   as_root apt-get -qq update
-  as_root env DEBIAN_FRONTEND=noninteractive \
-    apt-get -qq -o=Dpkg::Use-Pty=0 install --no-install-recommends --yes "${missing[@]}"
+  if [[ " ${missing[*]} " == *' postgresql '* ]] && ! is_installed postgresql-common; then
+    # The same goes for this one, which otherwise makes a database and serves it.
+    install_packages postgresql-common
+    as_root sed -i 's/^#\?create_main_cluster *=.*/create_main_cluster = false/' \
+      /etc/postgresql-common/createcluster.conf
+  fi
+  install_packages "${missing[@]}"
 }

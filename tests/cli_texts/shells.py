@@ -23,13 +23,14 @@ SKIPPED = 77
 TIMEOUT = 60  # seconds; a shell that takes so long hangs
 
 
-def run_tests(*needed):
-    """Runs the tests of the program, or skips them where one of the needed commands is missing."""
+def run_tests(*needed, arguments=()):
+    """Runs the tests of the program, or skips them where one of the needed commands is missing. The
+    arguments choose some of them."""
     missing = [command for command in needed if shutil.which(command) is None]
     if missing:
         print(f"skipped: there is no {' and no '.join(missing)}")
         sys.exit(SKIPPED)
-    unittest.main(argv=sys.argv[:1])
+    unittest.main(argv=[sys.argv[0], *arguments])
 
 
 def bash_offers(completion, *words, program="quillmere"):

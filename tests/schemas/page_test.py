@@ -122,6 +122,24 @@ class Page(unittest.TestCase):
         """The sets that stand under their names, with the names of their documents."""
         return {path.name: os.listdir(path) for path in self.directory.glob("alpha_*")}
 
+    def test_its_validator_accepts_documents_and_refuses_what_is_none(self):
+        run("--action", "dump_backup_set_list", "--output_dir", self.directory)
+        self.dump("alpha_1500262113")
+        set_list, *image = re.findall(r"^    \$ (.*)$", PAGE, re.MULTILINE)
+        self.assertEqual(len(image), 2)
+        image = "\n".join(image)
+        wrong = self.directory / "wrong.json"
+        wrong.write_text('{"fentries": []}', encoding="ascii")
+        for lines, status in ((set_list, 0), (image, 0), (set_list.replace("backup_sets.json", "wrong.json", 1), 1),
+                              (image.replace("as_utf_8.json /", "wrong.json /"), 1)):
+            with self.subTest(lines):
+                ended = subprocess.run(
+                    ["sh", "-c", lines.replace("/usr/share/quillmere/schemas", str(TESTS.parent / "schemas"))
+                     .replace("python3", f"{sys.executable} -W ignore")],
+                    cwd=self.directory, capture_output=True, text=True, check=False)
+                self.assertEqual((ended.returncode, ended.stdout), (status, ""), ended.stderr)
+                self.assertEqual(ended.stderr == "", status == 0, ended.stderr)
+
     def replace_rec_unfold(self, script):
         """Until the test ends, a shell script is in its place, where `rec_unfold.real` runs it;
         without a script, nothing is."""

@@ -2,10 +2,14 @@
 """The schemas accept and refuse what they should, and nothing in them is idle."""
 
 import copy
+import json
+import pathlib
 import unittest
 
 from documents import IMAGE, SET_LIST
 from jsonschema import Draft202012Validator
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 A_SET = {"BackupCreateTime": "1500269921", "BackupSize": "2048"}
 AN_ENTRY = {"filenum": "1", "length": "4096", "plength": "41", "dlength": "90", "blknum": "88",
@@ -115,7 +119,7 @@ def places(node, place=()):
     """Where in a schema something stands that decides about documents."""
     if isinstance(node, (dict, list)):
         for key, value in node.items() if isinstance(node, dict) else enumerate(node):
-            if key not in ("$schema", "title", "description"):
+            if key not in ("$schema", "$id", "title", "description"):
                 yield (*place, key)
                 yield from places(value, (*place, key))
 
@@ -161,6 +165,13 @@ class Schemas(unittest.TestCase):
                     validator = Draft202012Validator(mutant)
                     self.assertFalse(all(map(validator.is_valid, right.values()))
                                      and not any(map(validator.is_valid, wrong.values())))
+
+    def test_each_has_an_id_with_its_name_and_version(self):
+        schemas = sorted((ROOT / "schemas").iterdir())
+        self.assertEqual(len(schemas), 4)
+        for path in schemas:
+            name = path.name.removesuffix(".schema.json")
+            self.assertEqual(json.loads(path.read_bytes())["$id"], f"urn:quillmere:schema:{name}:1")
 
     def test_all_that_they_describe_has_a_title(self):
         for kind, _, _ in self.CASES:
