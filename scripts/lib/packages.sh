@@ -5,9 +5,9 @@
 {
   BUILD_PACKAGES=(cmake g++ gzip libboost-dev libcli11-dev liblz4-dev libxxhash-dev libzstd-dev
     nettle-dev ninja-build nlohmann-json3-dev)
-  TEST_PACKAGES=(binutils chromium chromium-driver jq libgmock-dev libgtest-dev locales mandoc mount
-    prometheus python3 python3-jsonschema python3-selenium rsync sqlite3 strace systemd util-linux
-    valgrind zsh zstd)
+  TEST_PACKAGES=(binutils chromium chromium-driver clickhouse-client clickhouse-server jq
+    libgmock-dev libgtest-dev locales mandoc mount prometheus python3 python3-jsonschema
+    python3-selenium rsync sqlite3 strace systemd util-linux valgrind zsh zstd)
   CHECK_PACKAGES=(clang-format-14 clang-tidy-14 cppcheck git shellcheck)
 }
 
@@ -46,10 +46,12 @@ install_missing() {
     echo "    apt-get update && apt-get install ${missing[*]}" >&2
     return 1
   fi
-  # Of that, promtool is needed, and no server on this machine.
-  if [[ " ${missing[*]} " == *' prometheus '* && -d /run/systemd/system ]]; then
-    as_root systemctl mask prometheus.service
-  fi
+  # Their programs are needed, and no server of this machine.
+  for package in clickhouse-server prometheus; do
+    if [[ " ${missing[*]} " == *" $package "* && -d /run/systemd/system ]]; then
+      as_root systemctl mask "$package.service"
+    fi
+  done
   as_root apt-get -qq update
   as_root env DEBIAN_FRONTEND=noninteractive \
     apt-get -qq -o=Dpkg::Use-Pty=0 install --no-install-recommends --yes "${missing[@]}"

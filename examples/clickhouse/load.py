@@ -1,0 +1,187 @@
+#!/usr/bin/env python3
+"""Brings a shard up to date with an archive: load.py ARCHIVE [OPTION_OF_CLICKHOUSE_CLIENT...]
+
+Each image is loaded once. Its row, written last, makes its entries count. What the archive does not
+hold any more counts no longer, and the backup sets become those that it has now.
+"""
+
+import contextlib
+import datetime
+import fcntl
+import pathlib
+import secrets
+import sys
+import time
+
+from shard import Shard, ShardError, unescaped
+from archive_files import LoadError, entries_of, images_of, is_gone, server_of, sets_of
+
+COLUMNS = ["length", "path"]  # of the table of files, from `entries`; the length comes first
+BATCH = 1_000_000  # entries; images that have no more together share an INSERT
+# Seconds after which a load gives up. clear.py takes what was begun a day ago for cut.
+LONGEST_LOAD = 43200
+
+
+class Archive:
+    """An archive on its way into a shard."""
+
+    def __init__(self, path, shard):
+        self.path, self.shard = path, shard
+        self.server = server_of(path)
+        self.failed = 0
+
+    def load(self):
+        """Returns the numbers of images that were loaded, and removed, and of sets."""
+        self.refuse_other_shards()
+        sets = sets_of(self.path)
+        images = images_of(self.path)
+        known = self.loaded()
+        missing = [image for image in images if (image.backup_id, image.sha256) not in known]
+        loaded = sum(self.load_batch(batch) for batch in batches(missing))
+        removed = self.keep_only(images)
+        return loaded, removed, self.replace_sets(sets)
+
+    def refuse_other_shards(self):
+        """A server is on one shard as a whole, or else its sets are not found by its files."""
+        count = "SELECT count() FROM {} WHERE server = {{server:String}}"
+        everywhere = self.shard.run(count.format("quillmere.image"), server=self.server)
+        if everywhere != self.shard.run(count.format("quillmere.image_here"), server=self.server):
+            raise LoadError(f"{self.path}: its server is on another shard")
+
+    def loaded(self):
+        """The load of each image that counts, by backup id and checksum."""
+        rows = self.shard.rows("SELECT backup_id, sha256, load FROM quillmere.image_here "
+                               "WHERE server = {server:String}", server=self.server)
+        return {(backup_id, sha256.decode()): int(load) for backup_id, sha256, load in rows}
+
+    def load_batch(self, images):
+        """Returns how many of the images were loaded."""
+        begun = int(time.time())
+        loads = [secrets.randbits(63) for _ in images]
+        self.shard.insert("quillmere.begun_here", "load, begun", [(load, begun) for load in loads])
+        rows = []
+        with self.shard.inserting("quillmere.file_here",
+                                  "load, day, " + ", ".join(COLUMNS)) as write:
+            for load, image in zip(loads, images):
+                try:
+                    length = copy_entries(image, load, write)
+                except LoadError as error:
+                    if not is_gone(image):
+                        print(error, file=sys.stderr)
+                        self.failed += 1
+                else:
+                    rows.append((load, self.server, image.client, image.policy, image.schedule,
+                                 image.backup_id, image.backup_time, image.sha256.encode(),
+                                 image.entries, length))
+        if time.time() - begun > LONGEST_LOAD:
+            raise LoadError(f"{self.path}: a load took longer than {LONGEST_LOAD} seconds")
+        if rows:
+            self.shard.insert("quillmere.image_here",
+                              "load, server, client, policy, schedule, backup_id, backup_time, "
+                              "sha256, entries, bytes", rows)
+        return len(rows)
+
+    def keep_only(self, images):
+        """Of the images that count, only these, each with this document and once. Returns how many
+        others there were."""
+        wanted = {(image.backup_id, image.sha256.encode()) for image in images}
+        ids = {image.backup_id for image in images}
+        staying, gone, rows = [], set(), self.shard.run(
+            "SELECT backup_id, sha256, * FROM quillmere.image_here WHERE server = {server:String}",
+            server=self.server).splitlines(keepends=True)
+        for row in rows:
+            backup_id, sha256, line = row.split(b"\t", 2)
+            if (unescaped(backup_id), sha256) in wanted:
+                wanted.remove((unescaped(backup_id), sha256))
+                staying.append(line)
+            elif unescaped(backup_id) not in ids:
+                gone.add(backup_id)
+        if len(staying) < len(rows):
+            with self.replacing("image"):
+                if staying:
+                    self.shard.run("INSERT INTO quillmere.image_next FORMAT TabSeparated",
+                                   b"".join(staying))
+        return len(gone)
+
+    def replace_sets(self, sets):
+        """Returns how many there are now. A set whose images are not all there is none."""
+        loads = {backup_id: load for (backup_id, _), load in self.loaded().items()}
+        rows = [(self.server, one.client, one.policy, one.schedule, one.backup_id, one.create_time,
+                 one.size_bytes, one.images, [loads[member] for member in one.images])
+                for one in sets if all(member in loads for member in one.images)]
+        with self.replacing("backup_set"):
+            if rows:
+                self.shard.insert("quillmere.backup_set_next",
+                                  "server, client, policy, schedule, backup_id, create_time, "
+                                  "size_bytes, images, loads", rows)
+        return len(rows)
+
+    @contextlib.contextmanager
+    def replacing(self, table):
+        """What is put into the table's double meanwhile takes the place of the server's rows."""
+        empty = f"ALTER TABLE quillmere.{table}_next DROP PARTITION {{server:String}}"
+        self.shard.run(empty, server=self.server)  # of what a run that was cut has left there
+        yield
+        self.shard.run(f"ALTER TABLE quillmere.{table}_here REPLACE PARTITION {{server:String}} "
+                       f"FROM quillmere.{table}_next", server=self.server)
+        self.shard.run(empty, server=self.server)
+
+
+def batches(images):
+    batch, entries = [], 0
+    for image in images:
+        if batch and entries + image.entries > BATCH:
+            yield batch
+            batch, entries = [], 0
+        batch.append(image)
+        entries += image.entries
+    if batch:
+        yield batch
+
+
+def copy_entries(image, load, write):
+    """Writes the image's entries as rows of the table of files; returns the sum of their lengths."""
+    prefix = b"%d\t%s\t" % (load, day_of(image.backup_time))
+    total, rest = 0, b""
+    with entries_of(image, COLUMNS) as stream:
+        while piece := stream.read1():
+            *lines, rest = (rest + piece).split(b"\n")
+            if lines:
+                total += sum_of_lengths(image, lines)
+                write(prefix + (b"\n" + prefix).join(lines) + b"\n")
+    return total
+
+
+def sum_of_lengths(image, lines):
+    lengths = [line[:line.index(b"\t")] for line in lines]
+    # The database takes a number that is too large for another one.
+    if not all(map(bytes.isdigit, lengths)) or max(map(len, lengths)) > 18:
+        raise LoadError(f"{image.directory}: the length of an entry is no number")
+    return sum(map(int, lengths))
+
+
+def day_of(seconds):
+    """As the table of files has it; its months are the table's partitions."""
+    seconds = min(max(seconds, 0), 2**32 - 1)
+    return datetime.datetime.fromtimestamp(seconds, datetime.timezone.utc).date().isoformat().encode()
+
+
+def main(path, options):
+    with (path / "archive.json").open("rb") as held:
+        # Of two loads of an archive at once, the second waits, and finds nothing left to do.
+        fcntl.flock(held, fcntl.LOCK_EX)
+        # A shard that is down keeps nothing from being loaded into another one.
+        archive = Archive(path, Shard([*options, "--skip_unavailable_shards=1"]))
+        loaded, removed, sets = archive.load()
+    print(f"{loaded} images loaded, {removed} removed, {archive.failed} failed; {sets} sets")
+    return 1 if archive.failed else 0
+
+
+if __name__ == "__main__":
+    if len(sys.argv) < 2:
+        print("usage: load.py ARCHIVE [OPTION_OF_CLICKHOUSE_CLIENT...]", file=sys.stderr)
+        sys.exit(2)
+    try:
+        sys.exit(main(pathlib.Path(sys.argv[1]).absolute(), sys.argv[2:]))
+    except (LoadError, ShardError, OSError, ValueError, KeyError) as error:
+        sys.exit(f"load.py: {error}")
