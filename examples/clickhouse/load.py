@@ -38,21 +38,23 @@ class Archive:
         known = self.loaded()
         missing = [image for image in images if (image.backup_id, image.sha256) not in known]
         loaded = sum(self.load_batch(batch) for batch in batches(missing))
-        removed = self.keep_only(images)
-        return loaded, removed, self.replace_sets(sets)
+        loads, removed = self.keep_only(images)
+        return loaded, removed, self.replace_sets(sets, loads)
 
     def refuse_other_shards(self):
         """A server is on one shard as a whole, or else its sets are not found by its files."""
-        count = "SELECT count() FROM {} WHERE server = {{server:String}}"
-        everywhere = self.shard.run(count.format("quillmere.image"), server=self.server)
-        if everywhere != self.shard.run(count.format("quillmere.image_here"), server=self.server):
+        elsewhere = self.shard.run(
+            "SELECT (SELECT count() FROM quillmere.image WHERE server = {server:String}) - "
+            "(SELECT count() FROM quillmere.image_here WHERE server = {server:String})",
+            server=self.server)
+        if elsewhere != b"0\n":
             raise LoadError(f"{self.path}: its server is on another shard")
 
     def loaded(self):
-        """The load of each image that counts, by backup id and checksum."""
-        rows = self.shard.rows("SELECT backup_id, sha256, load FROM quillmere.image_here "
+        """Backup id and checksum of each image that counts."""
+        rows = self.shard.rows("SELECT backup_id, sha256 FROM quillmere.image_here "
                                "WHERE server = {server:String}", server=self.server)
-        return {(backup_id, sha256.decode()): int(load) for backup_id, sha256, load in rows}
+        return {(backup_id, sha256.decode()) for backup_id, sha256 in rows}
 
     def load_batch(self, images):
         """Returns how many of the images were loaded."""
@@ -82,30 +84,29 @@ class Archive:
         return len(rows)
 
     def keep_only(self, images):
-        """Of the images that count, only these, each with this document and once. Returns how many
-        others there were."""
-        wanted = {(image.backup_id, image.sha256.encode()) for image in images}
-        ids = {image.backup_id for image in images}
-        staying, gone, rows = [], set(), self.shard.run(
+        """Of the images that count, only these, each with this document and once. Returns their loads
+        by their backup ids, and how many others there were."""
+        wanted = {image.backup_id: image.sha256.encode() for image in images}
+        loads, staying, gone, rows = {}, [], set(), self.shard.run(
             "SELECT backup_id, sha256, * FROM quillmere.image_here WHERE server = {server:String}",
             server=self.server).splitlines(keepends=True)
         for row in rows:
             backup_id, sha256, line = row.split(b"\t", 2)
-            if (unescaped(backup_id), sha256) in wanted:
-                wanted.remove((unescaped(backup_id), sha256))
+            backup_id = unescaped(backup_id)
+            if wanted.get(backup_id) == sha256 and backup_id not in loads:
+                loads[backup_id] = int(line.split(b"\t")[0])
                 staying.append(line)
-            elif unescaped(backup_id) not in ids:
+            elif backup_id not in wanted:
                 gone.add(backup_id)
         if len(staying) < len(rows):
             with self.replacing("image"):
                 if staying:
                     self.shard.run("INSERT INTO quillmere.image_next FORMAT TabSeparated",
                                    b"".join(staying))
-        return len(gone)
+        return loads, len(gone)
 
-    def replace_sets(self, sets):
+    def replace_sets(self, sets, loads):
         """Returns how many there are now. A set whose images are not all there is none."""
-        loads = {backup_id: load for (backup_id, _), load in self.loaded().items()}
         rows = [(self.server, one.client, one.policy, one.schedule, one.backup_id, one.create_time,
                  one.size_bytes, one.images, [loads[member] for member in one.images])
                 for one in sets if all(member in loads for member in one.images)]
@@ -119,12 +120,11 @@ class Archive:
     @contextlib.contextmanager
     def replacing(self, table):
         """What is put into the table's double meanwhile takes the place of the server's rows."""
-        empty = f"ALTER TABLE quillmere.{table}_next DROP PARTITION {{server:String}}"
-        self.shard.run(empty, server=self.server)  # of what a run that was cut has left there
+        self.shard.run(f"ALTER TABLE quillmere.{table}_next DROP PARTITION {{server:String}}",
+                       server=self.server)  # what the last run has left there
         yield
         self.shard.run(f"ALTER TABLE quillmere.{table}_here REPLACE PARTITION {{server:String}} "
                        f"FROM quillmere.{table}_next", server=self.server)
-        self.shard.run(empty, server=self.server)
 
 
 def batches(images):

@@ -72,8 +72,7 @@ class Shards:
     def make_empty(self):
         schema = (OPTIONS.examples / "clickhouse/schema.sql").read_text()
         for shard in (0, 1):
-            self.query(shard, "DROP DATABASE quillmere")
-            self.query(shard, schema)
+            self.query(shard, "DROP DATABASE quillmere;" + schema)
 
 
 def free_ports(count):
@@ -102,6 +101,7 @@ class Databases(unittest.TestCase):
     """A database and two empty shards for each test."""
 
     maxDiff = 4000
+    asked = 0  # the shard that was asked last
 
     def setUp(self):
         directory = tempfile.TemporaryDirectory(prefix="databases-")
@@ -128,17 +128,17 @@ class Databases(unittest.TestCase):
             self.assertEqual(result, (status, report(**numbers), stderr))
 
     def ask(self, question, *arguments):
-        """The rows of the answer, from the database and from each shard."""
-        answers = [self.example("sqlite/ask.py", self.database, question, *arguments)]
-        answers += [self.example("clickhouse/ask.py", question, *arguments, *SHARDS.options(shard))
-                    for shard in (0, 1)]
+        """The rows of the answer, from the database and from the one shard or the other."""
+        self.asked = 1 - self.asked
+        answers = [self.example("sqlite/ask.py", self.database, question, *arguments),
+                   self.example("clickhouse/ask.py", question, *arguments,
+                                *SHARDS.options(self.asked))]
         tables = []
         for status, stdout, stderr in answers:
             self.assertEqual((status, stderr), (0, b""))
             tables.append([tuple(map(unescaped, line.split(b"\t")))
                            for line in stdout.split(b"\n")[:-1]])
         self.assertEqual(tables[0], tables[1])
-        self.assertEqual(tables[1], tables[2])
         return tables[0]
 
     def assert_answer(self, question, *rows):
@@ -422,11 +422,11 @@ class Catalogues(Databases):
         self.assertEqual(self.files(), self.expected)
         newest = max(row[1].rpartition(b"_")[2] for row in self.expected).decode()
         answers = 0
-        for path in sorted({row[3] for row in self.expected})[::600]:
+        for path in sorted({row[3] for row in self.expected})[::1500]:
             held = [row for row in self.expected if row[3] == path]
             self.assertEqual(len(self.ask("versions", path)), 1 + len(held))
             answers += len(self.ask("holders", path, newest))
-        self.assertGreater(answers, 20)
+        self.assertGreater(answers, 10)
         for question in (("largest-files", "1000"), ("largest-folders", "1", "50"),
                          ("largest-folders", "3", "1000"), ("growth",), ("spread", "1", "1000"),
                          ("left", b"one", "alpha", "Daily", newest),
