@@ -13,8 +13,9 @@ import secrets
 import sys
 import time
 
-from shard import Shard, ShardError, unescaped
+from shard import Shard, ShardError
 from archive_files import LoadError, entries_of, images_of, is_gone, server_of, sets_of
+from tsv import all_numbers, unescaped, whole_lines
 
 COLUMNS = ["length", "path"]  # of the table of files, from `entries`; the length comes first
 BATCH = 1_000_000  # entries; images that have no more together share an INSERT
@@ -142,22 +143,16 @@ def batches(images):
 def copy_entries(image, load, write):
     """Writes the image's entries as rows of the table of files; returns the sum of their lengths."""
     prefix = b"%d\t%s\t" % (load, day_of(image.backup_time))
-    total, rest = 0, b""
+    total = 0
     with entries_of(image, COLUMNS) as stream:
-        while piece := stream.read1():
-            *lines, rest = (rest + piece).split(b"\n")
-            if lines:
-                total += sum_of_lengths(image, lines)
-                write(prefix + (b"\n" + prefix).join(lines) + b"\n")
+        for lines in whole_lines(stream):
+            lengths = lines.replace(b"\n", b"\t").split(b"\t")[::len(COLUMNS)]
+            # The database takes a number that is too large for another one.
+            if not all_numbers(lengths):
+                raise LoadError(f"{image.directory}: the length of an entry is no number")
+            total += sum(map(int, lengths))
+            write(prefix + lines.replace(b"\n", b"\n" + prefix) + b"\n")
     return total
-
-
-def sum_of_lengths(image, lines):
-    lengths = [line[:line.index(b"\t")] for line in lines]
-    # The database takes a number that is too large for another one.
-    if not all(map(bytes.isdigit, lengths)) or max(map(len, lengths)) > 18:
-        raise LoadError(f"{image.directory}: the length of an entry is no number")
-    return sum(map(int, lengths))
 
 
 def day_of(seconds):

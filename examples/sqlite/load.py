@@ -6,6 +6,7 @@ archive does not hold any more goes, and the backup sets become those that it ha
 """
 
 import contextlib
+import itertools
 import os
 import pathlib
 import sqlite3
@@ -13,8 +14,9 @@ import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE.parent / "common"))
-from archive_files import LoadError, entries_of, images_of, is_gone, server_of, sets_of  # noqa: E402
-from tsv import unescaped  # noqa: E402
+from archive_files import (  # noqa: E402
+    LoadError, entries_of, images_of, is_gone, server_of, sets_of)
+from tsv import all_numbers, unescaped, whole_lines  # noqa: E402
 
 LONGEST_WAIT = 86400  # seconds, for another load into the same database
 CACHE_SIZE = 256 * 1024  # KiB; the index on paths is written to all over
@@ -50,28 +52,31 @@ def loaded_images(database, server):
         (server,))}
 
 
-def rows(image, number, lines):
-    """The entries for the table of files; the first of their columns is the length."""
-    for place, line in enumerate(lines, 1):
-        length, *others = line[:-1].split(b"\t")
-        if not length.isdigit() or len(length) > 18:
-            raise LoadError(f"{image.directory}: the length of entry {place} is no number")
-        if b"\\" in line:
-            others = map(unescaped, others)
-        yield number, place, int(length), *others
+def rows(image, number, columns, stream):
+    """The entries for the table of files, piece by piece; the first of their columns is the length."""
+    places = itertools.count(1)
+    for lines in whole_lines(stream):
+        cells = lines.replace(b"\n", b"\t").split(b"\t")
+        lengths, *others = (cells[column::columns] for column in range(columns))
+        if not all_numbers(lengths):
+            raise LoadError(f"{image.directory}: the length of an entry is no number")
+        if b"\\" in lines:
+            others = [map(unescaped, values) for values in others]
+        yield zip(itertools.repeat(number), places, map(int, lengths), *others)
 
 
 def load_image(database, server, image):
-    columns = [name for (name,) in database.execute("SELECT name FROM pragma_table_info('file')")]
-    insert = f"INSERT INTO file VALUES ({', '.join('?' * len(columns))})"
+    columns = [name for (name,) in database.execute("SELECT name FROM pragma_table_info('file')")][2:]
+    insert = f"INSERT INTO file VALUES (?, ?{', ?' * len(columns)})"
     with transaction(database):
         remove_image(database, server, image.backup_id)
         number = database.execute(
             "INSERT INTO image VALUES (NULL, ?, ?, ?, ?, ?, ?, ?, ?, 0)",
             (*ids_of_series(database, server, image), image.backup_id, image.backup_time,
              image.sha256, image.entries)).lastrowid
-        with entries_of(image, columns[2:]) as lines:
-            database.executemany(insert, rows(image, number, lines))
+        with entries_of(image, columns) as stream:
+            for piece in rows(image, number, len(columns), stream):
+                database.executemany(insert, piece)
         database.execute("UPDATE image SET bytes = (SELECT ifnull(sum(length), 0) FROM file "
                          "WHERE file.image = image.image) WHERE image = ?", (number,))
 
