@@ -11,6 +11,7 @@ set -euo pipefail
 here=$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")
 export QUILLMERE_SHARD_1=${QUILLMERE_SHARD_1:-9001} QUILLMERE_SHARD_2=${QUILLMERE_SHARD_2:-9002}
 readonly SECONDS_TO_START=60
+PATH=$PATH:/usr/sbin # where Debian has the server
 
 if (($# < 2)); then
   echo "usage: two_shards.sh FOLDER COMMAND [ARGUMENT...]" >&2
@@ -41,7 +42,7 @@ start_shard() {
   # Without this script, they end as well.
   QUILLMERE_SHARD_PORT=$2 QUILLMERE_SHARD_DATA=$data/ QUILLMERE_SHARD_TMP=$data/tmp/ \
     QUILLMERE_SHARD_LOG=$data/log setpriv --pdeathsig TERM \
-    /usr/sbin/clickhouse-server --config-file="$data/shard.xml" </dev/null >"$data/output" 2>&1 &
+    clickhouse-server --config-file="$data/shard.xml" </dev/null >"$data/output" 2>&1 &
   servers+=($!)
 }
 

@@ -5,11 +5,21 @@
 {
   BUILD_PACKAGES=(cmake g++ gzip libboost-dev libcli11-dev liblz4-dev libxxhash-dev libzstd-dev
     nettle-dev ninja-build nlohmann-json3-dev)
-  TEST_PACKAGES=(binutils chromium chromium-driver clickhouse-client clickhouse-server jq
-    libgmock-dev libgtest-dev locales mandoc mount prometheus python3 python3-jsonschema
-    python3-selenium rsync sqlite3 strace systemd util-linux valgrind zsh zstd)
+  TEST_PACKAGES=(binutils chromium chromium-driver jq libgmock-dev libgtest-dev locales mandoc mount
+    prometheus python3 python3-jsonschema python3-selenium rsync sqlite3 strace systemd util-linux
+    valgrind zsh zstd)
   CHECK_PACKAGES=(clang-format-14 clang-tidy-14 cppcheck git shellcheck)
 }
+
+# True where Debian has ClickHouse, as no later version than 12 does.
+has_clickhouse() (
+  # shellcheck source=/dev/null
+  source /etc/os-release
+  [[ ${ID:-} == debian ]] && ((${VERSION_ID:-13} <= 12))
+)
+if has_clickhouse; then
+  TEST_PACKAGES+=(clickhouse-client clickhouse-server)
+fi
 
 # True when the Debian package $1 is installed.
 is_installed() {

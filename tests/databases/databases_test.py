@@ -365,6 +365,48 @@ class ByHand(Databases):
         expected = (1, b"", f"load.py: {self.north.path}/archive.json: not of quillmere-archive\n".encode())
         self.assertEqual(self.load(self.north.path, 0), (expected, expected))
 
+    def test_an_image_that_is_pruned_meanwhile_is_no_failure(self):
+        for loader in ("sqlite/load.py", "clickhouse/load.py"):
+            archive = self.folder / loader.partition("/")[0]
+            shutil.copytree(self.north.path, archive)
+            gone = archive / self.north.folder(self.full_0).relative_to(self.north.path)
+            program = self.program(f'[ "$4" != {gone} ] || rm -r {gone}')
+            self.assertEqual(self.example(loader, *self.places(loader, archive),
+                                          QUILLMERE_ARCHIVE=program), (0, report(loaded=4, sets=2), b""))
+
+    def places(self, loader, archive, shard=0):
+        """The arguments of a loader."""
+        if loader == "sqlite/load.py":
+            return self.database, archive
+        return archive, *SHARDS.options(shard)
+
+    def program(self, lines):
+        """quillmere-archive, which does something else before."""
+        path = self.folder / "program"
+        path.write_text(f'#!/bin/sh\n{lines}\nexec {OPTIONS.program} "$@"\n')
+        path.chmod(0o755)
+        return str(path)
+
+    def test_entries_that_fail_without_a_word(self):
+        failed = (1, report(failed=1),
+                  f"{self.south.folder(self.full_2)}: false ended with status 1\n".encode())
+        self.assertEqual(self.load(self.south.path, 1, QUILLMERE_ARCHIVE="false"), (failed, failed))
+        missing = (1, b"", b"load.py: [Errno 2] No such file or directory: '/no/program'\n")
+        self.assertEqual(self.load(self.south.path, 1, QUILLMERE_ARCHIVE="/no/program"),
+                         (missing, missing))
+
+    def test_a_load_that_could_be_taken_for_cut_does_not_count(self):
+        run = ("import load\nload.LONGEST_LOAD = -1\ntry:\n"
+               f"    load.main(load.pathlib.Path({str(self.south.path)!r}), {SHARDS.options(1)!r})\n"
+               "except load.LoadError as error:\n    print(error)\n")
+        result = subprocess.run([sys.executable, "-c", run], cwd=OPTIONS.examples / "clickhouse",
+                                check=True, stdout=subprocess.PIPE,
+                                env=os.environ | {"QUILLMERE_ARCHIVE": OPTIONS.program})
+        self.assertEqual(result.stdout,
+                         f"{self.south.path}: a load took longer than -1 seconds\n".encode())
+        self.assertEqual(self.file_rows(1), 2)
+        self.assertEqual(SHARDS.query(1, "SELECT count() FROM quillmere.image_here"), b"0\n")
+
     def test_more_columns_come_with_the_schema(self):
         copy = self.folder / "examples"
         for name in ("common", "sqlite"):
@@ -556,6 +598,18 @@ class CommandLines(Databases):
         self.assertEqual((result.returncode, result.stdout, result.stderr), (
             2, b"", b"usage: two_shards.sh FOLDER COMMAND [ARGUMENT...]\n"))
 
+    def test_two_shards_needs_its_ports(self):
+        with socket.socket() as taken:
+            taken.bind(("127.0.0.1", 0))
+            ports = {"QUILLMERE_SHARD_1": str(taken.getsockname()[1]),
+                     "QUILLMERE_SHARD_2": free_ports(1)[0]}
+            result = subprocess.run(
+                [OPTIONS.examples / "clickhouse/two_shards.sh", self.folder, "true"],
+                capture_output=True, check=False, env=os.environ | ports)
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (
+            1, b"", f"two_shards.sh: no server on port {ports['QUILLMERE_SHARD_1']}; {self.folder} has "
+                    "its log\n".encode()))
+
     def test_what_the_helpers_say_of_themselves(self):
         sys.path.insert(0, str(OPTIONS.examples / "common"))
         import tsv  # of the examples
@@ -617,4 +671,8 @@ if __name__ == "__main__":
     parser.add_argument("--root", required=True, help="the install root that it was built for")
     parser.add_argument("--generator", required=True, help="make_catalogue of the stand-in")
     _, rest = parser.parse_known_args(namespace=OPTIONS)
+    os.environ["PATH"] += ":/usr/sbin"
+    if not shutil.which("clickhouse-server"):
+        print("no clickhouse-server: Debian 12 has it")
+        sys.exit(77)
     unittest.main(argv=[sys.argv[0], *rest], verbosity=2)
