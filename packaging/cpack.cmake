@@ -123,6 +123,25 @@ install(FILES
   ${systemd}/examples/root.conf
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
+# The examples around an archive; the others stay in the sources.
+set(database_examples ${PROJECT_SOURCE_DIR}/examples)
+install(FILES
+  ${database_examples}/common/archive_files.py ${database_examples}/common/questions.py ${database_examples}/common/tsv.py
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/common)
+install(FILES
+  ${database_examples}/sqlite/README.md ${database_examples}/sqlite/questions.sql ${database_examples}/sqlite/schema.sql
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/sqlite)
+install(PROGRAMS ${database_examples}/sqlite/ask.py ${database_examples}/sqlite/load.py
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/sqlite)
+install(FILES
+  ${database_examples}/clickhouse/README.md ${database_examples}/clickhouse/questions.sql
+  ${database_examples}/clickhouse/schema.sql ${database_examples}/clickhouse/shard.py ${database_examples}/clickhouse/shard.xml
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/clickhouse)
+install(PROGRAMS
+  ${database_examples}/clickhouse/ask.py ${database_examples}/clickhouse/clear.py ${database_examples}/clickhouse/load.py
+  ${database_examples}/clickhouse/two_shards.sh
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/clickhouse)
+
 # --- The packages -------------------------------------------------------------------------------
 
 set(CPACK_GENERATOR DEB RPM TGZ)

@@ -15,6 +15,9 @@ source scripts/lib/packages.sh
 # that could be installed.
 may_be_skipped='unit\..*|realroot\..*|e2e\.exports_of_the_shipped_program|faults\.full_disk'
 may_be_skipped+='|faults\.refused_processes|packages\.static_program_in_an_empty_root'
+if ! has_clickhouse; then
+  may_be_skipped+='|databases\..*'
+fi
 
 preset=${1:-release}
 install_missing "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}"

@@ -11,6 +11,16 @@
   CHECK_PACKAGES=(clang-format-14 clang-tidy-14 cppcheck git shellcheck)
 }
 
+# True where Debian has ClickHouse, as no later version than 12 does.
+has_clickhouse() (
+  # shellcheck source=/dev/null
+  source /etc/os-release
+  [[ ${ID:-} == debian ]] && ((${VERSION_ID:-13} <= 12))
+)
+if has_clickhouse; then
+  TEST_PACKAGES+=(clickhouse-client clickhouse-server)
+fi
+
 # True when the Debian package $1 is installed.
 is_installed() {
   [[ $(dpkg-query --show --showformat=' ${db:Status-Status} ' "$1" 2>/dev/null) == *' installed '* ]]
@@ -51,10 +61,12 @@ install_missing() {
     echo "    apt-get update && apt-get install ${missing[*]}" >&2
     return 1
   fi
-  # Of that, promtool is needed, and no server on this machine.
-  if [[ " ${missing[*]} " == *' prometheus '* && -d /run/systemd/system ]]; then
-    as_root systemctl mask prometheus.service
-  fi
+  # Their programs are needed, and no server of this machine.
+  for package in clickhouse-server prometheus; do
+    if [[ " ${missing[*]} " == *" $package "* && -d /run/systemd/system ]]; then
+      as_root systemctl mask "$package.service"
+    fi
+  done
   as_root apt-get -qq update
   if [[ " ${missing[*]} " == *' postgresql '* ]] && ! is_installed postgresql-common; then
     # The same goes for this one, which otherwise makes a database and serves it.

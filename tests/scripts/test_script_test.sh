@@ -34,6 +34,13 @@ expect 0 'cmake --preset debug -DQUILLMERE_TESTS=OFF -DQUILLMERE_TESTS=ON' 0 ''
 expect 8 '==> Running all tests' 8 ''
 expect 0 'realroot.a-case' 0 "$skipped"
 expect 1 '==> Failed: what these take can be installed:' 0 "$skipped\t131 - completion.zsh (Skipped)\n"
+# shellcheck source=scripts/lib/packages.sh
+source "$source/scripts/lib/packages.sh"
+if has_clickhouse; then
+  expect 1 'databases.some' 0 "$skipped\t132 - databases.some (Skipped)\n"
+else
+  expect 0 'databases.some' 0 "$skipped\t132 - databases.some (Skipped)\n"
+fi
 
 cmake -S "$source" -B "$bin/build" -DQUILLMERE_TESTS=OFF >/dev/null
 if ctest --test-dir "$bin/build" --quiet --tests-regex left_out; then
