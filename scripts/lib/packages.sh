@@ -6,7 +6,7 @@
   BUILD_PACKAGES=(cmake g++ gzip libboost-dev libcli11-dev liblz4-dev libxxhash-dev libzstd-dev
     nettle-dev ninja-build nlohmann-json3-dev)
   TEST_PACKAGES=(binutils chromium chromium-driver jq libgmock-dev libgtest-dev locales mandoc mount
-    prometheus python3 python3-jsonschema python3-selenium rsync sqlite3 strace systemd util-linux
+    npm prometheus python3 python3-jsonschema python3-selenium rsync sqlite3 strace systemd util-linux
     valgrind zsh zstd)
   CHECK_PACKAGES=(clang-format-14 clang-tidy-14 cppcheck git shellcheck)
 }
