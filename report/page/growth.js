@@ -24,6 +24,16 @@ function stretch(bar) {
   return from === to ? from : `${from} to ${to}`;
 }
 
+/** What the bars show. */
+function inWords(bars, most) {
+  const used = bars.filter((bar) => bar.bytes > 0n);
+  if (used.length === 0) return "No set here has a date and a size.";
+  const [first, last] = [used[0], used.at(-1)];
+  const days = bars[0].to - bars[0].from + 1;
+  return `A bar for each ${days === 1 ? "night" : `${days} nights`}, up to ${rounded(most)}. `
+    + `${stretch(first)}: ${rounded(first.bytes)}; ${stretch(last)}: ${rounded(last.bytes)}.`;
+}
+
 function growthView(model) {
   const chart = $("growth-chart"), choice = $("growth-choice");
   const of_series = [...Map.groupBy(model.sets, (set) => nameOf(seriesOf(set)))];
@@ -39,16 +49,7 @@ function growthView(model) {
       element.style.setProperty("--rise", Number(bar.bytes) / Number(most));
       return element;
     }));
-    const used = bars.filter((bar) => bar.bytes > 0n);
-    if (used.length === 0) {
-      $("growth-text").textContent = "No set of this series has a date and a size.";
-      return;
-    }
-    const [first, last] = [used[0], used.at(-1)];
-    const days = bars[0].to - bars[0].from + 1;
-    $("growth-text").textContent = `A bar for each ${days === 1 ? "night" : `${days} nights`}, up to `
-      + `${rounded(most)}. ${stretch(first)}: ${rounded(first.bytes)}; ${stretch(last)}: `
-      + `${rounded(last.bytes)}.`;
+    $("growth-text").textContent = inWords(bars, most);
     chart.setAttribute("aria-label", `Bytes backed up. ${$("growth-text").textContent}`);
   }
   choice.addEventListener("change", draw);

@@ -91,14 +91,14 @@ function nightsView(model, openImage) {
   const rise = (set) => set.bytes > 0n ? (level(set) - lowest) / (highest - lowest) : 0;
 
   const left = (stop) => names + column_of.get(stop.day) * width;
-  const id = (stop) => `night-${lanes.indexOf(stop.lane)}-${stop.lane.stops.indexOf(stop)}`;
+  lanes.forEach((lane, nth) => lane.stops.forEach((stop, at) => { stop.id = `night-${nth}-${at}`; }));
 
   function cell(stop) {
     const part = (width - 2) / stop.parts;
     const element = put(make("div", {
       className: stop.set ? `night schedule-${schedules.indexOf(stop.set.schedule) % 6}`
         : "night missing",
-      role: "gridcell", id: id(stop), title: stopLabel(stop), "aria-label": stopLabel(stop),
+      role: "gridcell", id: stop.id, title: stopLabel(stop), "aria-label": stopLabel(stop),
       "aria-colindex": column_of.get(stop.day) + 2, "aria-selected": stop === active,
       onclick: () => choose(stop)}), {left: left(stop) + 1 + stop.part * part, width: part});
     if (stop.set?.warned) element.classList.add("warned");
@@ -152,7 +152,7 @@ function nightsView(model, openImage) {
     if (active && shown.includes(active.lane) && !drawn.includes(active.lane)) drawn.push(active.lane);
     $("nights-dates").replaceChildren(...dates(from, to));
     $("nights-lanes").replaceChildren(...drawn.map((lane) => row(lane, from, to)));
-    if (active && shown.includes(active.lane)) box.setAttribute("aria-activedescendant", id(active));
+    if (active && shown.includes(active.lane)) box.setAttribute("aria-activedescendant", active.id);
     else box.removeAttribute("aria-activedescendant");
   }
 
@@ -191,7 +191,7 @@ function nightsView(model, openImage) {
       box.scrollTop = y + lane_height - box.clientHeight;
     }
     render();
-    $(id(active)).scrollIntoView({block: "nearest", inline: "nearest", behavior: "instant"});
+    $(active.id).scrollIntoView({block: "nearest", inline: "nearest", behavior: "instant"});
   }
 
   function describe(stop) {

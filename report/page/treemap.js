@@ -160,6 +160,7 @@ function treemapView(open) {
 
   function lay(folder, skipped, measure, area, level, hue) {
     const parts = partsOf(folder, measure).slice(skipped);
+    if (parts.length === 0) return 0;
     const {places, strip} = placesOf(parts, measure, area.width, area.height);
     const within = (place) => ({...place, left: place.left + area.left, top: place.top + area.top});
     places.forEach((place, at) => {
@@ -181,7 +182,8 @@ function treemapView(open) {
     const more = {name: `${grouped(rest.length)} more`,
       bytes: rest.reduce((sum, part) => sum + part.bytes, typeof folder.bytes === "bigint" ? 0n : 0),
       count: rest.reduce((sum, part) => sum + part.count, 0),
-      go: places.length > 0 ? () => open(folder, level > 1 ? 0 : skipped + places.length) : null};
+      go: level > 1 ? () => open(folder, 0)
+        : places.length > 0 ? () => open(folder, skipped + places.length) : null};
     tile(more, within(strip), measure, "more");
     return parts.length;
   }

@@ -24,3 +24,12 @@ if [[ $(od -An -tx1 -j3 -N5 "$folder/share/man/man1/quillmere.1.gz") != ' 00 00 
   exit 1
 fi
 "$folder/bin/quillmere" --help | grep --quiet --line-regexp 'Usage:'
+
+# The page is made of what is installed, by the program beside it, and nothing comes to lie there.
+before=$(actual_contents "$folder")
+"$folder/bin/quillmere-archive" init "$build/installed-archive-$$"
+trap 'rm -rf "$folder" "$build/installed-archive-$$"' EXIT
+PATH=/usr/bin:/bin "$folder/bin/quillmere-report" -o "$build/installed-archive-$$/page.html" \
+  "$build/installed-archive-$$"
+grep --quiet --line-regexp '<!DOCTYPE html>' "$build/installed-archive-$$/page.html"
+[[ $(actual_contents "$folder") == "$before" ]]

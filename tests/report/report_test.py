@@ -706,7 +706,8 @@ class Large(PageCase):
              f"{chance.choice(names)}-{number}.{chance.choice(kinds)}",
              int(chance.paretovariate(0.5) * 100),
              f"33188 user{number % 20} users {1700000000 + number * 7}") for number in range(500000)]
-        series = [(f"client{client}", policy, "full") for client in range(20) for policy in ("System", "Data")]
+        series = [(f"client{client}", policy, "full") for client in range(20)
+                  for policy in ("System", "Data")]
         for night in range(500):
             for number, (client, policy, schedule) in enumerate(series):
                 is_large = night == 499 and number == 0
