@@ -26,10 +26,9 @@ fi
 "$folder/bin/quillmere" --help | grep --quiet --line-regexp 'Usage:'
 
 # The page is made of what is installed, by the program beside it, and nothing comes to lie there.
-before=$(actual_contents "$folder")
-"$folder/bin/quillmere-archive" init "$build/installed-archive-$$"
-trap 'rm -rf "$folder" "$build/installed-archive-$$"' EXIT
-PATH=/usr/bin:/bin "$folder/bin/quillmere-report" -o "$build/installed-archive-$$/page.html" \
-  "$build/installed-archive-$$"
-grep --quiet --line-regexp '<!DOCTYPE html>' "$build/installed-archive-$$/page.html"
-[[ $(actual_contents "$folder") == "$before" ]]
+work=$(mktemp --directory)
+trap 'rm -rf "$folder" "$work"' EXIT
+"$folder/bin/quillmere-archive" init "$work/archive"
+PATH=/usr/bin:/bin "$folder/bin/quillmere-report" -o "$work/page.html" "$work/archive"
+grep --quiet --line-regexp '<!DOCTYPE html>' "$work/page.html"
+check_contents installed "$folder"

@@ -19,7 +19,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "cli_tex
 from shells import bash_offers  # noqa: E402
 
 OPTIONS = argparse.Namespace()
-IMAGE = re.compile(rb'id="table-')
+IMAGE = re.compile(rb'id="table-[0-9]')
 
 
 class Commands(unittest.TestCase):
