@@ -25,7 +25,7 @@ function imageChoice(model, open) {
   for (const image of model.images) {
     image.words = `${nameOf(seriesOf(image))} ${moment(image.time)} ${image.backup_id}`.toLowerCase();
   }
-  let matching = model.images, current, timer;
+  let matching = model.images, current, opened, timer;
 
   function fill(select, options, value) {
     select.replaceChildren(...options.map(([key, text]) => make("option", {value: key, text: seen(text)})));
@@ -67,12 +67,12 @@ function imageChoice(model, open) {
     }
     matching = found;
     const next = found.includes(current) ? current : first(found);
-    const changed = next !== current;
     showChoice(next);
     clearTimeout(timer);
-    if (changed) timer = setTimeout(() => open(next), 150);  // once the typing pauses
+    if (next !== opened) timer = setTimeout(() => open(next), 150);  // once the typing pauses
   });
   return (image) => {
+    opened = image;
     if (!matching.includes(image)) {
       matching = model.images;
       $("image-filter").value = "";

@@ -139,7 +139,9 @@ function nightsView(model, openImage) {
     for (let at = Math.max(0, from - 7); at <= Math.min(to, columns.length - 1); ++at) {
       const place = {left: names + at * width};
       if (columns[at] === null) all.push(put(make("span", {className: "tick"}, "?"), place));
-      if (isTick(at)) all.push(put(make("span", {className: "tick"}, isoDay(columns[at] * DAY)), place));
+      if (!isTick(at)) continue;
+      const fits = place.left + APART - 12 <= space.clientWidth;
+      all.push(put(make("span", {className: "tick"}, fits ? isoDay(columns[at] * DAY) : ""), place));
     }
     return all;
   }
@@ -191,7 +193,7 @@ function nightsView(model, openImage) {
       box.scrollTop = y + lane_height - box.clientHeight;
     }
     render();
-    $(active.id).scrollIntoView({block: "nearest", inline: "nearest", behavior: "instant"});
+    $(active.id).scrollIntoView({block: "nearest", inline: "nearest"});
   }
 
   function describe(stop) {
@@ -291,7 +293,8 @@ function nightsView(model, openImage) {
   layout();
   // The newest night is what one comes for.
   box.scrollLeft = box.scrollWidth;
-  const stops = lanes.flatMap((lane) => lane.stops).filter((stop) => stop.set);
+  const in_sight = lanes.slice(0, Math.max(1, Math.floor(box.clientHeight / lane_height) - 1));
+  const stops = in_sight.flatMap((lane) => lane.stops).filter((stop) => stop.set);
   const age = (stop) => isDate(stop.set.time) ? Number(stop.set.time) : -1;
   active = stops.reduce((a, b) => age(b) > age(a) ? b : a);
   describe(active);

@@ -87,7 +87,7 @@ function entryTable(loadOthers) {
 
   function sayNothingFound(query) {
     if (query === "") return "There is no entry here.";
-    const where = folder.path ? ` below ${folder.path}` : "";
+    const where = folder.end - folder.first < order.length ? ` below ${folder.path}` : "";
     return /[*?[]/.test(query)
       ? `No path${where} matches the pattern \u201C${query}\u201D. With *, ? or [..] it has to match the `
         + "whole path, and capitals count: *.db finds what ends in .db."

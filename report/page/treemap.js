@@ -149,7 +149,8 @@ function treemapView(open) {
     if (short && wide(name) + wide(size) + 14 <= room) {
       label.append(make("span", {className: "size"}, size));
     } else if (short && place.height >= 50 && !part.is_outer && wide(size) <= room) {
-      label.append(make("br"), make("span", {className: "size"}, size));
+      label.append(make("span", {className: "size"}, size));
+      label.classList.add("two-lines");
     }
     label.place = place;
     if (part.go) label.onclick = part.go;
