@@ -1,12 +1,13 @@
-/** The text of a block that quillmere-report wrote. */
+/** The bytes of a block that quillmere-report wrote. */
 async function unpacked(id) {
   const packed = $(id).textContent;
   const bytes = Uint8Array.fromBase64?.(packed)
     ?? Uint8Array.from(atob(packed), (character) => character.charCodeAt(0));
   const stream = new Blob([bytes]).stream().pipeThrough(new DecompressionStream("deflate"));
-  const plain = await new Response(stream).arrayBuffer();
-  return new TextDecoder("utf-8", {ignoreBOM: true}).decode(plain);
+  return new Uint8Array(await new Response(stream).arrayBuffer());
 }
+
+const decoded = (bytes) => new TextDecoder("utf-8", {ignoreBOM: true}).decode(bytes);
 
 /** Values one below the other in one text: an array of them would take several times the memory. */
 class Column {
@@ -46,9 +47,17 @@ const OTHERS = ["plength", "dlength", "blknum", "in_image", "raw_partition_sz", 
 /** As an entry stands in its document. */
 const FIELDS = ["filenum", "length", ...OTHERS, "path", "data"];
 
+/** The columns of a block, between which there are zero bytes. */
 async function columnsOf(block, names, count) {
-  const texts = (await unpacked(block)).split("\0");
-  return Object.fromEntries(names.map((name, at) => [name, new Column(texts[at], count)]));
+  const bytes = await unpacked(block);
+  let from = 0;
+  return Object.fromEntries(names.map((name) => {
+    const zero = bytes.indexOf(0, from);
+    const to = zero < 0 ? bytes.length : zero;
+    const column = new Column(decoded(bytes.subarray(from, to)), count);
+    from = to + 1;
+    return [name, column];
+  }));
 }
 
 /**

@@ -22,9 +22,8 @@ function factsOf(image) {
 /** The choice of an image: client, then policy, then date. Typing leaves what has the words. */
 function imageChoice(model, open) {
   const [clients, policies, dates] = ["image-client", "image-policy", "image-date"].map($);
-  for (const image of model.images) {
-    image.words = `${nameOf(seriesOf(image))} ${moment(image.time)} ${image.backup_id}`.toLowerCase();
-  }
+  const wordsOfImage = (image) => image.words ??=
+    `${nameOf(seriesOf(image))} ${moment(image.time)} ${image.backup_id}`.toLowerCase();
   let matching = model.images, current, opened, timer;
 
   function fill(select, options, value) {
@@ -57,7 +56,7 @@ function imageChoice(model, open) {
   dates.addEventListener("change", () => open(model.images[Number(dates.value)]));
   $("image-filter").addEventListener("input", () => {
     const words = wordsOf($("image-filter").value);
-    const found = model.images.filter((image) => holdsWords(image.words, words));
+    const found = model.images.filter((image) => holdsWords(wordsOfImage(image), words));
     $("image-none").hidden = found.length > 0;
     $("image-none").replaceChildren();
     if (found.length === 0) {

@@ -16,7 +16,7 @@ function showScope(model) {
 }
 
 async function main() {
-  const model = modelOf(JSON.parse(await unpacked("index")));
+  const model = modelOf(JSON.parse(decoded(await unpacked("index"))));
   show($("title"), model.server || "(no name)");
   document.title = `${seen(model.server)} \u2013 backup report`;
   show($("origin"), `Archive ${model.archive}, as of ${moment(model.made)}`);

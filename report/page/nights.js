@@ -167,7 +167,7 @@ function nightsView(model, openImage) {
     });
   }
 
-  function layout() {
+  function measure() {
     const narrow = box.clientWidth < 620;
     names = narrow ? 0 : Math.min(260, Math.max(180, box.clientWidth * 0.2));
     lane_height = narrow ? 64 : 44;
@@ -178,6 +178,10 @@ function nightsView(model, openImage) {
       height: HEAD + shown.length * lane_height + 4});
     box.setAttribute("aria-rowcount", shown.length);
     box.setAttribute("aria-colcount", columns.length + 1);
+  }
+
+  function layout() {
+    measure();
     render();
   }
 
@@ -290,7 +294,7 @@ function nightsView(model, openImage) {
     plural(model.sets.filter((set) => set.warned).length, "set with warnings",
       "sets with warnings")].join(" \u00B7 ");
 
-  layout();
+  measure();
   // The newest night is what one comes for.
   box.scrollLeft = box.scrollWidth;
   const in_sight = lanes.slice(0, Math.max(1, Math.floor(box.clientHeight / lane_height) - 1));

@@ -1,4 +1,8 @@
-/** A glob over a whole path, byte by byte, as quillmere-archive find has it. */
+/**
+ * A glob over a whole path, byte by byte, as quillmere-archive find has it. It is cut at its stars into
+ * segments, in which each token takes one byte: so the first and the last have fixed places, and each
+ * of the others is where it is found first.
+ */
 class Glob {
   static ANY = -1;
   static STAR = -2;
@@ -10,7 +14,7 @@ class Glob {
     for (let at = 0; at < bytes.length; ++at) {
       const sign = String.fromCharCode(bytes[at]);
       if (sign === "*") {
-        if (this.tokens.at(-1) !== Glob.STAR) this.tokens.push(Glob.STAR);
+        this.tokens.push(Glob.STAR);
       } else if (sign === "?") {
         this.tokens.push(Glob.ANY);
       } else if (sign === "[") {
@@ -21,6 +25,23 @@ class Glob {
       }
     }
     this.literal = this.longestLiteral();
+    this.cut();
+  }
+
+  cut() {
+    const segments = [[]];
+    for (const token of this.tokens) {
+      if (token === Glob.STAR) segments.push([]);
+      else segments.at(-1).push(token);
+    }
+    const made = segments.map((tokens) => ({tokens, length: tokens.length,
+      literal: tokens.every((token) => token >= 0) ? String.fromCharCode(...tokens) : null}));
+    this.first = made[0];
+    this.last = made.length > 1 ? made.at(-1) : null;
+    this.inner = made.slice(1, -1).filter((segment) => segment.length > 0);
+    // *literal*: whatever has the literal in it matches.
+    this.isLiteral = this.last !== null && this.first.length + this.last.length === 0
+      && this.inner.length === 1 && this.inner[0].literal === this.literal;
   }
 
   /** Takes the set that begins at `start`, or the bracket itself where no set does; returns its end. */
@@ -75,28 +96,47 @@ class Glob {
     return longest;
   }
 
-  /** Whether codes [from, to) match, each of which `code(at)` tells. */
-  matches(code, from, to) {
-    const {tokens} = this;
-    let token = 0, star = -1, again = from;
-    for (let at = from; at < to;) {
-      const wanted = tokens[token];
-      if (wanted === Glob.STAR) {
-        star = token++;
-        again = at;
-      } else if (wanted !== undefined && (wanted === Glob.ANY || wanted === code(at)
-          || (typeof wanted === "object" && wanted[code(at)] === 1))) {
-        ++token;
-        ++at;
-      } else if (star >= 0) {
-        token = star + 1;
-        at = ++again;
-      } else {
+  static isAt({literal, tokens}, text, place) {
+    if (literal !== null) return text.startsWith(literal, place);
+    for (let at = 0; at < tokens.length; ++at) {
+      const token = tokens[at], code = text.charCodeAt(place + at);
+      if (token !== Glob.ANY && token !== code && !(typeof token === "object" && token[code] === 1)) {
         return false;
       }
     }
-    while (tokens[token] === Glob.STAR) ++token;
-    return token === tokens.length;
+    return true;
+  }
+
+  static find(segment, text, place) {
+    if (segment.literal !== null) return text.indexOf(segment.literal, place);
+    const [set] = segment.tokens;
+    if (segment.length === 1 && typeof set === "object") {
+      while (place < text.length && set[text.charCodeAt(place)] !== 1) ++place;
+      return place < text.length ? place : -1;
+    }
+    for (; place + segment.length <= text.length; ++place) {
+      if (Glob.isAt(segment, text, place)) return place;
+    }
+    return -1;
+  }
+
+  /** Whether [from, to) of a text matches, in which each character is a byte. */
+  matches(text, from, to) {
+    const {first, last, inner} = this;
+    if (!last) return to - from === first.length && Glob.isAt(first, text, from);
+    const end = to - last.length;
+    if (from + first.length > end || !Glob.isAt(first, text, from) || !Glob.isAt(last, text, end)) {
+      return false;
+    }
+    if (inner.length === 0) return true;
+    const between = text.slice(from + first.length, end);
+    let place = 0;
+    for (const segment of inner) {
+      place = Glob.find(segment, between, place);
+      if (place < 0) return false;
+      place += segment.length;
+    }
+    return true;
   }
 }
 
@@ -127,7 +167,7 @@ class PathSearch {
   /** Marks the lines in [first, end) that a query finds, and returns their number. */
   search(query, first, end) {
     this.found.fill(0);
-    if (query === "") {
+    if (/^\**$/.test(query)) {
       this.found.fill(1, first, end);
       return end - first;
     }
@@ -156,13 +196,14 @@ class PathSearch {
   glob(glob, first, end) {
     if (glob.impossible) return 0;
     const {text, starts} = this.paths;
-    const code = (at) => text.charCodeAt(at);
     const accept = (line) => {
       const bytes = this.ascii ? null : this.bytesOf(line);
-      return bytes ? glob.matches((at) => bytes[at], 0, bytes.length)
-        : glob.matches(code, starts[line], starts[line + 1] - 1);
+      return bytes === null ? glob.matches(text, starts[line], starts[line + 1] - 1)
+        : glob.matches(bytes, 0, bytes.length);
     };
-    if (glob.literal) return this.walk(this.paths, glob.literal, first, end, accept);
+    if (glob.literal) {
+      return this.walk(this.paths, glob.literal, first, end, glob.isLiteral ? () => true : accept);
+    }
     let count = 0;
     for (let line = first; line < end; ++line) {
       if (accept(line)) {
@@ -173,12 +214,13 @@ class PathSearch {
     return count;
   }
 
-  /** The bytes of a path that holds more than ASCII; null of any other. */
+  /** A path that holds more than ASCII, each byte a character; null of any other. */
   bytesOf(line) {
     let bytes = this.bytes.get(line);
     if (bytes === undefined) {
       const path = this.paths.at(line);
-      bytes = /[^\0-\x7F]/.test(path) ? bytesOf(path) : null;
+      bytes = /[^\0-\x7F]/.test(path)
+        ? bytesOf(path).map((byte) => String.fromCharCode(byte)).join("") : null;
       this.bytes.set(line, bytes);
     }
     return bytes;

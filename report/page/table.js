@@ -103,8 +103,13 @@ function entryTable(loadOthers) {
       let values = lengths;
       if (key === "filenum") values = lengthsOf(columns.filenum);
       if (key === "data") values = Array.from(order, (line) => columns.data.at(line));
-      order.sort(down ? (a, b) => compare(values[b], values[a]) || a - b
-        : (a, b) => compare(values[a], values[b]) || a - b);
+      if (values instanceof Float64Array) {
+        order.sort(down ? (a, b) => values[b] - values[a] || a - b
+          : (a, b) => values[a] - values[b] || a - b);
+      } else {
+        order.sort(down ? (a, b) => compare(values[b], values[a]) || a - b
+          : (a, b) => compare(values[a], values[b]) || a - b);
+      }
     }
     for (const head of $("table-head").children) {
       head.setAttribute("aria-sort",

@@ -711,11 +711,11 @@ class Large(PageCase):
              int(chance.paretovariate(0.5) * 100),
              f"33188 user{number % 20} users {1700000000 + number * 7}") for number in range(500000)]
         series = [(f"client{client}", policy, "full") for client in range(20)
-                  for policy in ("System", "Data")]
+                  for policy in ("Data", "System")]
         for night in range(500):
             for number, (client, policy, schedule) in enumerate(series):
                 is_large = night == 499 and number == 0
-                made.night(client, policy, schedule, MADE - (500 - night) * DAY + number * 60,
+                made.night(client, policy, schedule, MADE - (500 - night) * DAY + 12 * HOUR - number * 60,
                            cls.entries if is_large else [], size_bytes=chance.randrange(2**40),
                            compress=is_large)
 
@@ -727,6 +727,7 @@ class Large(PageCase):
         opened = time.monotonic() - start
         self.assertEqual(self.text("#summary"),
                          "20,000 backup sets · 20,000 images · 500,000 file entries")
+        self.assertEqual(self.facts()["File entries"], "500,000")
         print(f"page of {self.page.stat().st_size:,} bytes, open after {opened:.2f} s", file=sys.stderr)
         self.assertLess(opened, self.SECONDS * self.SLACK)
 
@@ -760,6 +761,8 @@ class Large(PageCase):
         active = self.browser.active()
         self.assertTrue(active["in_view"])
         self.assertEqual(active["label"][:10], utc(MADE - 500 * DAY, "%Y-%m-%d"))
+        self.assertEqual(self.text("#nights-total"),
+                         "40 series · 0 missing nights · 0 sets with warnings")
 
 
 if __name__ == "__main__":
