@@ -1,4 +1,5 @@
-"""Pictures of a page of quillmere-report, light and dark: screenshots.py PAGE FOLDER"""
+"""Pictures of a page of quillmere-report: its nights in light, the folders and files of an image in dark.
+screenshots.py PAGE FOLDER"""
 
 import pathlib
 import sys
@@ -9,10 +10,11 @@ from browser import Browser
 def main():
     page, folder = map(pathlib.Path, sys.argv[1:])
     with Browser() as browser:
-        browser.size(1280, 1180)
-        for scheme in ("light", "dark"):
+        browser.size(1280, 900)
+        for scheme, section in (("light", "sets"), ("dark", "image")):
             browser.scheme(scheme)
             browser.open(page.resolve())
+            browser.script("document.getElementById(arguments[0]).scrollIntoView()", section)
             browser.driver.save_screenshot(str(folder / f"report-{scheme}.png"))
 
 
