@@ -11,10 +11,10 @@ def main():
     page, folder = map(pathlib.Path, sys.argv[1:])
     with Browser() as browser:
         browser.size(1280, 900)
-        for scheme, section in (("light", "sets"), ("dark", "image")):
+        for scheme, section in (("light", "main"), ("dark", "#image")):
             browser.scheme(scheme)
             browser.open(page.resolve())
-            browser.script("document.getElementById(arguments[0]).scrollIntoView()", section)
+            browser.script("document.querySelector(arguments[0]).scrollIntoView()", section)
             browser.driver.save_screenshot(str(folder / f"report-{scheme}.png"))
 
 
