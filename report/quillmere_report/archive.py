@@ -121,16 +121,16 @@ def read_file(path: bytes) -> bytes:
         if os.path.islink(path):
             raise Unreadable("is a symbolic link") from error
         raise Unreadable(error.strerror) from error
-    with open(descriptor, "rb") as file:
-        if not stat.S_ISREG(os.fstat(descriptor).st_mode):
+    with open(descriptor, "rb", buffering=0) as file:
+        status = os.fstat(descriptor)
+        if not stat.S_ISREG(status.st_mode):
             raise Unreadable("is no regular file")
+        if status.st_size > LARGEST_FILE:
+            raise Unreadable("larger than any of its kind")
         try:
-            data = file.read(LARGEST_FILE + 1)
+            return file.read()
         except OSError as error:
             raise Unreadable(error.strerror) from error
-    if len(data) > LARGEST_FILE:
-        raise Unreadable("larger than any of its kind")
-    return data
 
 
 def read_members(path: bytes, kind: str) -> Members:
