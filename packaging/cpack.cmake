@@ -41,6 +41,8 @@ endfunction()
 quillmere_compress(${PROJECT_SOURCE_DIR}/man/quillmere.1 quillmere.1.gz manual_page)
 quillmere_compress(${PROJECT_SOURCE_DIR}/man/quillmere-archive.1 quillmere-archive.1.gz
   archive_manual_page)
+quillmere_compress(${PROJECT_SOURCE_DIR}/man/quillmere-report.1 quillmere-report.1.gz
+  report_manual_page)
 quillmere_compress(${PROJECT_SOURCE_DIR}/CHANGELOG.md changelog.gz changelog)
 quillmere_compress(${PROJECT_SOURCE_DIR}/packaging/debian/changelog changelog.Debian.gz
   debian_changelog)
@@ -56,15 +58,23 @@ add_dependencies(quillmere quillmere_made_files)
 
 # --- What is installed --------------------------------------------------------------------------
 
-install(FILES ${manual_page} ${archive_manual_page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES ${manual_page} ${archive_manual_page} ${report_manual_page}
+  DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+
+install(PROGRAMS ${PROJECT_SOURCE_DIR}/report/quillmere-report DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/report/page ${PROJECT_SOURCE_DIR}/report/quillmere_report
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/quillmere/report PATTERN __pycache__ EXCLUDE)
 
 # The places where both shells look on their own, also below /usr/local.
 install(FILES ${PROJECT_SOURCE_DIR}/completions/quillmere.bash
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME quillmere)
 install(FILES ${PROJECT_SOURCE_DIR}/completions/quillmere-archive.bash
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME quillmere-archive)
+install(FILES ${PROJECT_SOURCE_DIR}/completions/quillmere-report.bash
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME quillmere-report)
 set(zsh_completions
-  ${PROJECT_SOURCE_DIR}/completions/_quillmere ${PROJECT_SOURCE_DIR}/completions/_quillmere-archive)
+  ${PROJECT_SOURCE_DIR}/completions/_quillmere ${PROJECT_SOURCE_DIR}/completions/_quillmere-archive
+  ${PROJECT_SOURCE_DIR}/completions/_quillmere-report)
 install(FILES ${zsh_completions}
   DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT elsewhere)
 # Debian's zsh leaves site-functions to the administrator and looks here for packages.
@@ -167,6 +177,8 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+# For quillmere-report alone.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS python3)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
   ${PROJECT_SOURCE_DIR}/packaging/debian/conffiles ${PROJECT_SOURCE_DIR}/packaging/debian/postinst

@@ -8,5 +8,5 @@ s#\]\(\.\./README\.md\)#](README.md)#g
 s#\]\((\.\./)?schemas(/[^)]*)?\)#](../../quillmere/schemas\2)#g
 /^!\[/,/^$/d
 s#\]\((examples/(clickhouse|sqlite)/README\.md)\)#](./\1)#g
-s#\[([^]]*)\]\((man/quillmere(-archive)?\.1|CHANGELOG\.md)\)#\1#g
+s#\[([^]]*)\]\((man/quillmere(-archive|-report)?\.1|CHANGELOG\.md)\)#\1#g
 s#\[([^]]*)\]\((ARCHITECTURE\.md|CONTRIBUTING\.md|(bench|examples|standin|tests)(/[^)]*)?)\)#\1 (in the sources)#g

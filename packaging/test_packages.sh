@@ -30,7 +30,7 @@ check_linked() {
   [[ $(readelf --wide --sections "$1") != *.symtab* ]] || fail "$1 is not stripped"
 }
 
-# check_programs FOLDER: the two programs in a package are so, and work.
+# check_programs FOLDER: the two compiled programs in a package are so, and all three work.
 check_programs() {
   local status=0
   check_program "$1/quillmere"
@@ -41,6 +41,9 @@ check_programs() {
   "$1/quillmere-archive" list / 2>"$build/archive-stderr.txt" || status=$?
   [[ $status == 4 && $(<"$build/archive-stderr.txt") == *'archive.json'* ]] ||
     fail "$1/quillmere-archive list /: status $status, $(<"$build/archive-stderr.txt")"
+  "$1/quillmere-report" --help >"$build/report-usage.txt"
+  grep --quiet '^usage: quillmere-report ' "$build/report-usage.txt" ||
+    fail "$1/quillmere-report --help shows no usage"
 }
 
 check_program() {

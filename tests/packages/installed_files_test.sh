@@ -24,3 +24,11 @@ if [[ $(od -An -tx1 -j3 -N5 "$folder/share/man/man1/quillmere.1.gz") != ' 00 00 
   exit 1
 fi
 "$folder/bin/quillmere" --help | grep --quiet --line-regexp 'Usage:'
+
+# The page is made of what is installed, by the program beside it, and nothing comes to lie there.
+work=$(mktemp --directory)
+trap 'rm -rf "$folder" "$work"' EXIT
+"$folder/bin/quillmere-archive" init "$work/archive"
+PATH=/usr/bin:/bin "$folder/bin/quillmere-report" -o "$work/page.html" "$work/archive"
+grep --quiet --line-regexp '<!DOCTYPE html>' "$work/page.html"
+check_contents installed "$folder"

@@ -19,6 +19,10 @@ class Versions(unittest.TestCase):
     def test_the_change_log_describes_it(self):
         self.assertEqual(newest("CHANGELOG.md", r"^## (\d.*)$"), OPTIONS.version)
 
+    def test_quillmere_report_says_it(self):
+        self.assertEqual(newest("report/quillmere_report/__init__.py", r'^VERSION = "(.*)"$'),
+                         OPTIONS.version)
+
     def test_the_package_s_change_log_describes_its_first_package(self):
         self.assertEqual(newest("packaging/debian/changelog", r"^quillmere \((.*?)\)"),
                          f"{OPTIONS.version}-1")

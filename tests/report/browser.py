@@ -8,7 +8,7 @@ import tempfile
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
-from selenium.webdriver.support.ui import Select, WebDriverWait
+from selenium.webdriver.support.ui import WebDriverWait
 
 CHROMIUM = pathlib.Path("/usr/bin/chromium")
 DRIVER = pathlib.Path("/usr/bin/chromedriver")
@@ -16,7 +16,7 @@ DRIVER = pathlib.Path("/usr/bin/chromedriver")
 # No sandbox for root, as in a container; the rest keeps Chromium from calling home.
 SWITCHES = ("headless no-sandbox disable-gpu disable-quic no-first-run disable-dev-shm-usage"
             " disable-background-networking disable-component-update disable-sync"
-            " window-size=1400,1800").split()
+            " window-size=1400,900").split()
 
 # Each row of the table, by its number, while the table is scrolled from its top to its end.
 ALL_ROWS = """
@@ -38,29 +38,60 @@ const painted = () => new Promise((go) =>
 })();
 """
 
-# Each tile, with the names from the outermost tile to it, the number of the element that it lies
-# in, and its place there, in pixels.
+# Each tile of the treemap: its label, its place in the map, and whether its text fits.
 TILES = """
-const boxes = [];
+const map = document.getElementById("treemap").getBoundingClientRect();
 return [...document.querySelectorAll(".tile")].map((tile) => {
-  const box = tile.parentElement, names = [];
-  for (let one = tile; one; one = one.parentElement.closest(".tile")) {
-    names.unshift(one.querySelector(".name").textContent);
-  }
-  if (!boxes.includes(box)) boxes.push(box);
-  const place = tile.getBoundingClientRect(), outer = box.getBoundingClientRect();
-  return {names, box: boxes.indexOf(box), area: place.width * place.height,
-    left: place.left - outer.left, top: place.top - outer.top, right: place.right - outer.left,
-    bottom: place.bottom - outer.top, box_area: outer.width * outer.height,
-    label: tile.querySelector(".label").getAttribute("aria-label")};
+  const place = tile.getBoundingClientRect();
+  return {label: tile.getAttribute("aria-label"), kind: tile.className, tab: tile.tabIndex,
+    left: place.left - map.left, top: place.top - map.top, width: place.width,
+    height: place.height, right: map.right - place.right, bottom: map.bottom - place.bottom,
+    fits: tile.scrollWidth <= tile.clientWidth && tile.scrollHeight <= tile.clientHeight,
+    focused: tile === document.activeElement};
 });
 """
 
-CHOSEN_SET = """
-const mark = document.querySelector(".set.chosen"), line = mark.querySelector("line");
-return {facts: [...document.querySelectorAll("#set-details .fact")].map((one) => one.textContent),
-  x: Number(line.getAttribute("x1")),
-  height: Number(line.getAttribute("y1")) - Number(line.getAttribute("y2"))};
+# Each lane, from the first to the last, with the labels of its stops; all are drawn one after the other.
+LANES = """
+const done = arguments[0], box = document.getElementById("nights"), lanes = new Map();
+const painted = () => new Promise((go) => requestAnimationFrame(() => requestAnimationFrame(go)));
+(async () => {
+  const [left, top] = [box.scrollLeft, box.scrollTop];
+  for (let y = 0; ; y += 200) {
+    for (let x = 0; ; x += 300) {
+      box.scrollTo({left: x, top: y, behavior: "instant"});
+      await painted();
+      for (const lane of box.querySelectorAll(".lane")) {
+        const name = lane.querySelector(".lane-name").title;
+        if (!lanes.has(name)) lanes.set(name, new Map());
+        for (const cell of lane.querySelectorAll(".night")) {
+          lanes.get(name).set(cell.id, [Number(cell.id.split("-")[2]), cell.ariaLabel]);
+        }
+      }
+      if (x + box.clientWidth >= box.scrollWidth) break;
+    }
+    if (y + box.clientHeight >= box.scrollHeight) break;
+  }
+  box.scrollTo({left, top, behavior: "instant"});
+  await painted();
+  done([...lanes].map(([name, cells]) =>
+    [name, [...cells.values()].sort((a, b) => a[0] - b[0]).map(([, label]) => label)]));
+})();
+"""
+
+# The active set, as a screen reader hears it, and whether it and its details are in the window.
+ACTIVE = """
+const box = document.getElementById("nights");
+const cell = document.getElementById(box.getAttribute("aria-activedescendant"));
+const inside = (element) => {
+  const {top, bottom} = element.getBoundingClientRect();
+  return top >= 0 && bottom <= innerHeight;
+};
+return {lane: cell.closest(".lane").querySelector(".lane-name").title, label: cell.ariaLabel,
+  selected: document.querySelectorAll('.night[aria-selected="true"]').length === 1
+    && cell.ariaSelected === "true",
+  in_view: inside(cell), details_in_view: inside(document.getElementById("set-details")),
+  details: document.getElementById("set-details").textContent};
 """
 
 
@@ -105,10 +136,6 @@ class Browser(contextlib.ExitStack):
         return self.script("return [...document.querySelector(arguments[0]).rows].map((row) =>"
                            " [...row.cells].map((cell) => cell.textContent))", selector)
 
-    def choose_image(self, number):
-        Select(self.find("#image-choice")).select_by_value(str(number))
-        self.wait()
-
     def sort_by(self, key):
         self.find(f'#table-head [data-key="{key}"] button').click()
 
@@ -123,12 +150,25 @@ class Browser(contextlib.ExitStack):
         return self.script(TILES)
 
     def lanes(self):
-        """The names of the time line's lanes, with the line below each."""
-        return self.script("return [...document.querySelectorAll('.lane')].map((lane) =>"
-                           " [lane.firstChild.data, lane.nextSibling.firstChild.data])")
+        """Each lane of the nights, with the labels of its stops in their order."""
+        return [tuple(lane) for lane in self.driver.execute_async_script(LANES)]
 
-    def chosen_set(self):
-        return self.script(CHOSEN_SET)
+    def active(self):
+        return self.script(ACTIVE)
+
+    def press(self, *keys):
+        """Types keys where the focus is."""
+        self.driver.switch_to.active_element.send_keys(*keys)
+
+    def size(self, width, height):
+        """Makes the page's window so large."""
+        self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {
+            "width": width, "height": height, "deviceScaleFactor": 1, "mobile": False})
+
+    def scheme(self, name):
+        """Prefers "light" or "dark"."""
+        self.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {
+            "features": [{"name": "prefers-color-scheme", "value": name}]})
 
     def console(self):
         """The messages since the last call."""
