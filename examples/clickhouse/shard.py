@@ -1,4 +1,4 @@
-"""A shard, reached through clickhouse-client."""
+"""A shard, reached through clickhouse-client. To be imported before what is in ../common."""
 
 import contextlib
 import pathlib
@@ -83,4 +83,5 @@ class Shard:
 def message_in(complaint):
     """What clickhouse-client complained about, without its stack traces."""
     lines = complaint.decode("utf-8", "backslashreplace").splitlines()
-    return next((line for line in lines if line.startswith("Code: ")), "clickhouse-client failed")
+    return next((line for line in lines if line.startswith("Code: ")),
+                lines[0] if lines else "clickhouse-client failed")

@@ -592,6 +592,16 @@ class CommandLines(Databases):
             self.assertRegex(stderr, rb"\A%b: Code: 210\. DB::NetException: Connection refused.*\n\Z"
                              % command[0].encode())
 
+    def test_a_client_that_fails(self):
+        self.assertEqual(self.example("clickhouse/ask.py", "growth", "--nonsense"), (
+            1, b"", b"ask.py: Bad arguments: unrecognised option '--nonsense'\n"))
+        silent = self.folder / "clickhouse-client"
+        silent.write_text("#!/bin/sh\nexit 1\n")
+        silent.chmod(0o755)
+        self.assertEqual(self.example("clickhouse/ask.py", "growth",
+                                      PATH=f"{self.folder}:{os.environ['PATH']}"),
+                         (1, b"", b"ask.py: clickhouse-client failed\n"))
+
     def test_two_shards_needs_a_command(self):
         result = subprocess.run([OPTIONS.examples / "clickhouse/two_shards.sh", self.folder],
                                 capture_output=True, check=False)
