@@ -12,15 +12,15 @@ const decoded = (bytes) => new TextDecoder("utf-8", {ignoreBOM: true}).decode(by
 /** Values one below the other in one text: an array of them would take several times the memory. */
 class Column {
   constructor(text, count) {
-    this.text = text;
+    // What a TextDecoder returns lies outside of the script's heap, where each search takes a detour.
+    this.text = [text, "\n"].join("");
     this.length = count;
     this.starts = new Uint32Array(count + 1);  // of each line; the last one is beyond the end
     let from = 0;
-    for (let line = 1; line < count; ++line) {
-      from = text.indexOf("\n", from) + 1;
+    for (let line = 1; line <= count; ++line) {
+      from = this.text.indexOf("\n", from) + 1;
       this.starts[line] = from;
     }
-    this.starts[count] = text.length + 1;
   }
 
   at(line) {

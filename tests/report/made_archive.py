@@ -43,8 +43,8 @@ def document(entries):
 class MadeArchive:
     """An archive in a folder that is new."""
 
-    def __init__(self, folder, server="server"):
-        self.folder, self.server = pathlib.Path(folder), server
+    def __init__(self, folder, server="server", written=json_text):
+        self.folder, self.server, self.written = pathlib.Path(folder), server, written
         self.folder.mkdir()
         self.write("archive.json", {"format": "quillmere-archive", "version": 1, "program": "made",
                                     **texts(server=server), **moment("created", MONDAY),
@@ -53,7 +53,7 @@ class MadeArchive:
     def write(self, path, members):
         path = self.folder / path
         path.parent.mkdir(parents=True, exist_ok=True)
-        path.write_bytes(json_text(members))
+        path.write_bytes(self.written(members))
 
     def image(self, client, policy, schedule, time, entries=(), *, complaints=(), files=None,
               size="1.0K", size_bytes=1024, compress=False):
