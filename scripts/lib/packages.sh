@@ -6,10 +6,13 @@
   BUILD_PACKAGES=(cmake g++ gzip libboost-dev libcli11-dev liblz4-dev libssl-dev libxxhash-dev
     libzstd-dev ninja-build nlohmann-json3-dev)
   TEST_PACKAGES=(binutils chromium chromium-driver jq libgmock-dev libgtest-dev locales mandoc mount
-    nodejs npm postgresql prometheus python3 python3-jsonschema python3-pandas python3-selenium rsync
+    nodejs postgresql prometheus python3 python3-jsonschema python3-pandas python3-selenium rsync
     sqlite3 strace systemd util-linux valgrind zsh zstd)
   CHECK_PACKAGES=(clang-format-14 clang-tidy-14 cppcheck git shellcheck)
 }
+
+# It comes with other builds of Node.js than Debian's, which its package can't be installed beside.
+command -v npm >/dev/null || TEST_PACKAGES+=(npm)
 
 # True where Debian has ClickHouse, as no later version than 12 does.
 has_clickhouse() (
