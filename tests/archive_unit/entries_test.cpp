@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <filesystem>
 #include <string>
 
@@ -36,6 +38,28 @@ class Entries : public ArchiveTest {
     WriteFile(directory_.PathOf("document"), text);
     return directory_.PathOf("document");
   }
+};
+
+/// Standard input is a pipe with `text` in it, of at most 64 KiB, as long as this lives.
+class PipedInput {
+ public:
+  explicit PipedInput(const std::string& text) : former_(dup(STDIN_FILENO)) {
+    int ends[2] = {};
+    EXPECT_EQ(pipe(ends), 0);
+    EXPECT_EQ(write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    close(ends[1]);
+    dup2(ends[0], STDIN_FILENO);
+    close(ends[0]);
+  }
+  ~PipedInput() {
+    dup2(former_, STDIN_FILENO);
+    close(former_);
+  }
+  PipedInput(const PipedInput&) = delete;
+  PipedInput& operator=(const PipedInput&) = delete;
+
+ private:
+  int former_;
 };
 
 }  // namespace
@@ -122,6 +146,48 @@ TEST_F(Entries, OfTwoFentriesTheLastCount) {
   EXPECT_EQ(Run({"entries", path, "--columns", "path"}), (Outcome{0, "/x\nC:\\\\y\"\n", ""}));
   EXPECT_EQ(Run({"entries", WriteDocument("{\n" + first + "    \"fentries\": \"\"\n}\n")}),
             (Outcome{0, "", ""}));
+}
+
+TEST_F(Entries, ComeFromAPipeAsWell) {
+  // Also from one that has a name.
+  for (const std::string source : {"-", "/dev/stdin"}) {
+    const PipedInput input(Document());
+    EXPECT_EQ(Run({"entries", source, "--columns", "path"}), (Outcome{0, "/x\nC:\\\\y\"\n", ""}));
+  }
+  EXPECT_EQ(
+      Run({"entries", "-", "--client", "b"}),
+      (Outcome{2, "", "standard input: filters choose images, and this is a document alone\n"}));
+}
+
+TEST_F(Entries, OfTwoFentriesCantBeToldInAPipe) {
+  const std::string document = Document();
+  const std::string entries = document.substr(document.find("    \"fentries\": ["));
+  const PipedInput input("{\n" + entries.substr(0, entries.size() - 3) + ",\n" + entries);
+  EXPECT_EQ(Run({"entries", "-", "--columns", "path"}),
+            (Outcome{1, "/x\nC:\\\\y\"\n",
+                     "standard input: two \"fentries\", of which the last counts: can't tell in a "
+                     "stream\n"}));
+}
+
+TEST_F(Entries, NeedNoFilter) {
+  EXPECT_TRUE(std::filesystem::remove(PathOf("images/a/a_1600000000/paths.filter")));
+  EXPECT_EQ(Run({"entries", "ARCHIVE/images/a/a_1600000000", "--columns", "path"}),
+            (Outcome{0, "/x\nC:\\\\y\"\n", ""}));
+}
+
+TEST_F(Entries, MayBeMany) {
+  const std::string document = Document();
+  const std::size_t begin = document.find("        {\n");
+  const std::string entry = document.substr(begin, document.find("        {\n", begin + 1) - begin);
+  std::string text = document.substr(0, begin);
+  std::string lines;
+  for (int i = 0; i < 30'000; ++i) {
+    text += entry;
+    lines += "/x\td\n";
+  }
+  text += document.substr(begin + entry.size());
+  EXPECT_EQ(Run({"entries", WriteDocument(text), "--columns", "path,data"}),
+            (Outcome{0, lines + "C:\\\\y\"\td\n", ""}));
 }
 
 TEST_F(Entries, WrongValuesAreNoEntries) {
