@@ -122,6 +122,21 @@ TEST_F(Find, PrintsLinesOfJson) {
               "\"path\":\"/home/\xEF\xBF\xBDt\xEF\xBF\xBD\",\"path_base64\":\"L2hvbWUv6XTp\"}\n");
 }
 
+TEST_F(Find, LongEntriesAreLookedAtWhole) {
+  Does("rec_unfold",
+       "fields='1\\t2\\t3\\t4\\t5\\t6\\t7\\t8\\t9\\t'\n"
+       "printf \"$fields/first\\td\\n$fields/\"\n"
+       "head -c 700000 /dev/zero | tr '\\000' x\n"
+       "printf \"/end\\td\\n$fields/last\\td\\n\"\n");
+  Lists(Row("c_1700000000", 3));
+  ASSERT_EQ(Run({"sync", "ARCHIVE", "--quiet"}).status, 0);
+  const std::string found = "2023-11-14T22:13:20Z\tc\tFiles\tDaily\tc_1700000000\t2\t";
+  const std::string path = '/' + std::string(700'000, 'x') + "/end\n";
+  ExpectFound({"*x/end", "--client", "c"}, found + path);
+  ExpectFound({"?last", "--client", "c"}, found + "/last\n");
+  ExpectFound({"*[dt]", "--client", "c"}, found + "/first\n" + found + path + found + "/last\n");
+}
+
 TEST_F(Find, SaysWhatCannotBeReadAndGoesOn) {
   WriteFile(PathOf("images/b/b_1600000001/manifest.json"), "x");
   const std::string document = PathOf("images/a/a_1700000000/a_1700000000.json");
