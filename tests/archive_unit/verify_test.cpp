@@ -127,6 +127,17 @@ TEST_F(Verify, FindsChecksumsThatDoNotFit) {
   ExpectProblems(kImage + "SHA256SUMS: does not agree with the manifest\n", 1, kAll);
 }
 
+TEST_F(Verify, FindsFiltersThatDoNotFit) {
+  const std::string filter = kImage + "paths.filter";
+  const std::string text = ReadFile(PathOf(filter));
+  std::string changed = text;
+  changed.back() = static_cast<char>(changed.back() ^ 1);
+  for (const std::string& wrong : {changed, text.substr(1), std::string()}) {
+    WriteFile(PathOf(filter), wrong);
+    ExpectProblems(filter + ": does not agree with the document\n", 1, kAll);
+  }
+}
+
 TEST_F(Verify, FindsSetsThatDoNotFit) {
   const std::string text = ReadFile(PathOf(kSet));
   struct Case {
