@@ -387,7 +387,18 @@ class Entries(PageCase):
         self.assertIn("901 more: 1,304,650 bytes, 1,000 entries", labels)
         for width in (390, 700):
             self.browser.size(width, 900)
-            self.check_tiles()
+            self.wait_for_tiles()
+
+    def wait_for_tiles(self):
+        """The map is drawn anew some time after its window has another size."""
+        end = time.monotonic() + 20
+        while True:
+            try:
+                return self.check_tiles()
+            except AssertionError:
+                if time.monotonic() > end:
+                    raise
+                time.sleep(0.1)
 
     def test_areas_are_true_to_scale(self):
         self.open_srv()
