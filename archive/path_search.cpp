@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t kPieceSize = std::size_t{256} * 1024;  // bytes
+constexpr std::size_t kWindowPieceSize = std::size_t{256} * 1024;  // bytes
 
 /// Texts of which each path that matches has one in it, as a document has them. None when a pattern
 /// says of no text that it has to be there.
@@ -60,7 +60,7 @@ PathSearch::PathSearch(std::vector<PathPattern> patterns, Found found, Pause pau
       found_(std::move(found)),
       pause_(std::move(pause)),
       values_(ValuesOf(patterns_)),
-      window_(kPieceSize) {
+      window_(kWindowPieceSize) {
 }
 
 void PathSearch::Search(const Directory& image, const Manifest& manifest) {

@@ -13,14 +13,14 @@ struct SeriesTimes {
   std::int64_t first_kept = 0;  // of the oldest set that stays whatever its age
 };
 
-using SeriesMap = std::unordered_map<std::string_view, SeriesTimes>;
+using SeriesTimesMap = std::unordered_map<std::string_view, SeriesTimes>;
 
-SeriesMap TimesOf(const std::vector<KeptSet>& sets, std::size_t keep_last) {
+SeriesTimesMap TimesOf(const std::vector<KeptSet>& sets, std::size_t keep_last) {
   std::unordered_map<std::string_view, std::vector<std::int64_t>> times_by_series;
   for (const KeptSet& set : sets) {
     times_by_series[set.series].push_back(set.create_time);
   }
-  SeriesMap series_by_name;
+  SeriesTimesMap series_by_name;
   for (auto& [name, times] : times_by_series) {
     std::sort(times.begin(), times.end(), std::greater<>());
     series_by_name[name] = {.newest = times.front(),
@@ -33,7 +33,7 @@ bool IsOld(const PruneRules& rules, std::int64_t time) {
   return time > 0 && rules.now - time > rules.older_than;
 }
 
-bool IsReplaced(const SeriesMap& series_by_name, const KeptImage& image) {
+bool IsReplaced(const SeriesTimesMap& series_by_name, const KeptImage& image) {
   const auto series = series_by_name.find(image.series);
   return series != series_by_name.end() && image.backup_time <= series->second.newest;
 }
@@ -42,7 +42,7 @@ bool IsReplaced(const SeriesMap& series_by_name, const KeptImage& image) {
 
 PrunePlan PlanPrune(const PruneRules& rules, const std::vector<KeptSet>& sets,
                     const std::vector<KeptImage>& images) {
-  const SeriesMap series_by_name = TimesOf(sets, rules.keep_last);
+  const SeriesTimesMap series_by_name = TimesOf(sets, rules.keep_last);
   std::unordered_map<std::string_view, bool> goes_by_name;  // of images
   for (const KeptImage& image : images) {
     goes_by_name[image.name] = IsOld(rules, image.backup_time) && IsReplaced(series_by_name, image);

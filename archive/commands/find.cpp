@@ -39,9 +39,9 @@ std::vector<PathPattern> PatternsOf(const FindOptions& options) {
 }
 
 /// One run of the command.
-class Run {
+class FindRun {
  public:
-  explicit Run(const FindOptions& options)
+  explicit FindRun(const FindOptions& options)
       : options_(options),
         store_(options.archive),
         search_(
@@ -128,5 +128,5 @@ class Run {
 }  // namespace
 
 int Find(const FindOptions& options) {
-  return Run(options).Do();
+  return FindRun(options).Do();
 }

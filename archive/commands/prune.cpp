@@ -132,9 +132,9 @@ struct Amount {
 };
 
 /// One run of the command.
-class Run {
+class PruneRun {
  public:
-  explicit Run(const PruneOptions& options) : options_(options), store_(options.archive) {}
+  explicit PruneRun(const PruneOptions& options) : options_(options), store_(options.archive) {}
 
   int Do() {
     if (!options_.is_dry_run && !store_.Lock()) {
@@ -282,5 +282,5 @@ class Run {
 }  // namespace
 
 int Prune(const PruneOptions& options) {
-  return Run(options).Do();
+  return PruneRun(options).Do();
 }

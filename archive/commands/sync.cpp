@@ -257,9 +257,9 @@ class Exports {
 };
 
 /// One run of the command.
-class Run {
+class SyncRun {
  public:
-  Run(const SyncOptions& options, Signals* signals)
+  SyncRun(const SyncOptions& options, Signals* signals)
       : options_(options),
         store_(options.archive),
         signals_(signals),
@@ -417,7 +417,7 @@ int RunWithMetrics(const SyncOptions& options, Signals* signals) {
   const auto start = std::chrono::steady_clock::now();
   LastRun last{.archive = options.archive, .status = kArchiveFailed, .counts = {}};
   // Holds the lock until the metrics are written.
-  std::optional<Run> run;
+  std::optional<SyncRun> run;
   const Store* store = nullptr;
   try {
     last.status = run.emplace(options, signals).Do();
@@ -447,5 +447,5 @@ int RunWithMetrics(const SyncOptions& options, Signals* signals) {
 int Sync(const SyncOptions& options) {
   Signals signals;
   return options.metrics && !options.is_dry_run ? RunWithMetrics(options, &signals)
-                                                : Run(options, &signals).Do();
+                                                : SyncRun(options, &signals).Do();
 }

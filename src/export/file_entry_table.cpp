@@ -175,9 +175,9 @@ class OutputBuffer {
 };
 
 /// Turns the text of entries into a JSON array.
-class ArrayWriter {
+class EntryArrayWriter {
  public:
-  ArrayWriter(std::ostream* out, std::size_t entry_count)
+  EntryArrayWriter(std::ostream* out, std::size_t entry_count)
       : buffer_(out), entries_left_(entry_count) {
     buffer_.Append(kArrayOpen);
   }
@@ -297,7 +297,7 @@ void FileEntryTable::WriteArray(std::ostream& out) const {
     out << kEmptyArray;
     return;
   }
-  ArrayWriter writer(&out, entry_count_);
+  EntryArrayWriter writer(&out, entry_count_);
   const auto write = [&writer](const Chunk& chunk) {
     writer.Write(chunk.text.get(), chunk.text.get() + chunk.size);
   };

@@ -8,7 +8,7 @@
 namespace {
 
 // Pieces are packed straight into blocks, of which only what is filled is ever touched.
-constexpr std::size_t kBlockSize = std::size_t{64} * 1024 * 1024;  // bytes
+constexpr std::size_t kTextBlockSize = std::size_t{64} * 1024 * 1024;  // bytes
 
 }  // namespace
 
@@ -23,7 +23,7 @@ void PackedText::Append(std::string_view piece) {
     largest_ = piece.size();
   }
   if (block_left_ < most) {
-    const std::size_t block_size = std::max(kBlockSize, most);
+    const std::size_t block_size = std::max(kTextBlockSize, most);
     blocks_.push_back(std::make_unique_for_overwrite<char[]>(block_size));
     free_ = blocks_.back().get();
     block_left_ = block_size;

@@ -10,7 +10,7 @@
 namespace {
 
 // Against 4 KiB a write and 64 KiB in the pipe: measured; run the benchmark.
-constexpr int kPipeSize = 1 << 20;                        // bytes
+constexpr int kOutputPipeSize = 1 << 20;                  // bytes
 std::array<char, std::size_t{256} * 1024> output_memory;  // of the one StandardStreams
 
 /// Writes all of `text`. Returns false when some of it can't be written.
@@ -70,7 +70,7 @@ StandardStreams::StandardStreams()
       error_(STDERR_FILENO, error_memory_),
       output_before_(std::cout.rdbuf(&output_)),
       error_before_(std::cerr.rdbuf(&error_)) {
-  fcntl(STDOUT_FILENO, F_SETPIPE_SZ, kPipeSize);
+  fcntl(STDOUT_FILENO, F_SETPIPE_SZ, kOutputPipeSize);
 }
 
 StandardStreams::~StandardStreams() {

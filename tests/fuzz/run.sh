@@ -104,7 +104,7 @@ install_missing "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}" clang-14 libclang-r
 
 echo "==> Building the fuzzers in $build"
 cmake -G Ninja -B "$build" -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_BUILD_TYPE=Debug \
-  -DQUILLMERE_TESTS=ON -DQUILLMERE_FUZZ=ON -DQUILLMERE_WERROR=ON >/dev/null
+  -DCMAKE_UNITY_BUILD=ON -DQUILLMERE_TESTS=ON -DQUILLMERE_FUZZ=ON -DQUILLMERE_WERROR=ON >/dev/null
 cmake --build "$build" --target "${targets[@]/#/fuzz_}" -- --quiet
 
 echo "==> Running ${targets[*]}: $seconds s each, $jobs at a time"

@@ -12,7 +12,7 @@
 namespace {
 
 // A series with parents and one without, mixed.
-const char* const kListing =
+const char* const kTracedListing =
     "\n"
     "Backupid x\n"
     "c_1 Sun Sep 13 2020     3 1K s p /a\n"
@@ -36,17 +36,17 @@ std::string TraceOf(const std::string& listing, int level) {
 }
 
 TEST(BackupSetsTrace, LevelZeroIsSilent) {
-  EXPECT_EQ(TraceOf(kListing, 0), "");
+  EXPECT_EQ(TraceOf(kTracedListing, 0), "");
 }
 
 TEST(BackupSetsTrace, LevelOneShowsTheCommandAndItsLines) {
-  EXPECT_EQ(TraceOf(kListing, 1),
-            std::string("[cmd] /usr/ostra/keelhaven/bin/admincmd/qvroll\n") + kListing);
+  EXPECT_EQ(TraceOf(kTracedListing, 1),
+            std::string("[cmd] /usr/ostra/keelhaven/bin/admincmd/qvroll\n") + kTracedListing);
 }
 
 TEST(BackupSetsTrace, LevelTwoShowsSeriesAndSets) {
-  EXPECT_EQ(TraceOf(kListing, 2),
-            std::string("[cmd] /usr/ostra/keelhaven/bin/admincmd/qvroll\n") + kListing +
+  EXPECT_EQ(TraceOf(kTracedListing, 2),
+            std::string("[cmd] /usr/ostra/keelhaven/bin/admincmd/qvroll\n") + kTracedListing +
                 "backup image count: 7\n"
                 "=====================================\n"
                 "tag: b:q:t\n"
@@ -66,8 +66,8 @@ TEST(BackupSetsTrace, LevelTwoShowsSeriesAndSets) {
 
 TEST(BackupSetsTrace, LevelThreeShowsEveryImage) {
   for (const int level : {3, 4}) {
-    EXPECT_EQ(TraceOf(kListing, level),
-              std::string("[cmd] /usr/ostra/keelhaven/bin/admincmd/qvroll\n") + kListing +
+    EXPECT_EQ(TraceOf(kTracedListing, level),
+              std::string("[cmd] /usr/ostra/keelhaven/bin/admincmd/qvroll\n") + kTracedListing +
                   "backup image count: 7\n"
                   "=====================================\n"
                   "c_1\tc\t1\t1K\ts\tp\t3\t/a\n"

@@ -19,7 +19,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-const char* const kLookUp = "1\n2\nx name\n";
+const char* const kFoundFile = "1\n2\nx name\n";
 const char* const kEntry = "1\t2\t3\t4\t5\t6\t7\t8\t9\tp\tx\n";
 
 /// Exports the image a_1600 into a directory that holds the document of an earlier export, by the
@@ -45,8 +45,9 @@ TEST(DumpBackupFailures, TheEarlierDocumentStaysAndNoOtherFile) {
       {[](FakeHost* host) { host->Prints("1\n2\nname\n"); }, "parse output of qvroll failed.\n"},
       {[](FakeHost* host) { host->Prints("1\n2\n"); },
        "parse output of qvrolle failed. output lines is not the same as expected.\n"},
-      {[](FakeHost* host) { host->Prints(kLookUp).Refuses(); }, "run command rec_unfold failed.\n"},
-      {[](FakeHost* host) { host->Prints(kLookUp).Prints(std::string(kEntry) + "too\tfew\n"); },
+      {[](FakeHost* host) { host->Prints(kFoundFile).Refuses(); },
+       "run command rec_unfold failed.\n"},
+      {[](FakeHost* host) { host->Prints(kFoundFile).Prints(std::string(kEntry) + "too\tfew\n"); },
        "parse output failed. token size mismatch\n"},
   };
   for (const auto& failure : failures) {
@@ -95,7 +96,7 @@ TEST(DumpBackupFailures, ATimeOfLessThanFourCharactersThrowsBeforeAnythingElse) 
 TEST(DumpBackupFailures, NothingIsOnStandardOutputAfterAFailure) {
   const std::string id = "unit" + std::to_string(getpid()) + "_1600123457";
   FakeHost host;
-  host.Prints("{}").Prints(kLookUp).Prints(std::string(kEntry) + "too\tfew\n");
+  host.Prints("{}").Prints(kFoundFile).Prints(std::string(kEntry) + "too\tfew\n");
   const Outcome outcome = host.Run([&] { return dump_backup(id, ""); });
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.out, "");
@@ -107,8 +108,9 @@ TEST(DumpBackupFailures, NoDocumentIsThereBeforeTheEntriesAreRead) {
   const TemporaryDirectory directory;
   WriteFile(directory.PathOf("a_1600.json"), "before");
   FakeHost host;
-  host.Prints("{}").Prints(kLookUp).Prints(kEntry).OnStart(
-      [&] { document_when_asked_for_entries = ReadFile(directory.PathOf("a_1600.json")); });
+  host.Prints("{}").Prints(kFoundFile).Prints(kEntry).OnStart([&] {
+    document_when_asked_for_entries = ReadFile(directory.PathOf("a_1600.json"));
+  });
   host.Run([&] { return dump_backup("a_1600", directory.path()); });
   EXPECT_EQ(document_when_asked_for_entries, "before");
   EXPECT_NE(ReadFile(directory.PathOf("a_1600.json")), "before");
@@ -118,7 +120,7 @@ TEST(DumpBackupFailures, ScalarMetadataAreRefusedBehindTheOpenedDocument) {
   for (const char* const metadata : {"\"text\"", "5", "null"}) {
     for (const char* const entries : {"", kEntry}) {
       FakeHost host;
-      host.Prints(metadata).Prints(kLookUp).Prints(entries);
+      host.Prints(metadata).Prints(kFoundFile).Prints(entries);
       const Export failed(&host);
       ASSERT_TRUE(failed.outcome.thrown.has_value());
       EXPECT_EQ(failed.outcome.thrown->what,

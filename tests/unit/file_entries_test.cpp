@@ -17,12 +17,12 @@ namespace {
 
 using testing::ElementsAre;
 
-const char* const kCommand = "/usr/ostra/keelhaven/bin/rec_unfold -dump /c/f";
+const char* const kUnfold = "/usr/ostra/keelhaven/bin/rec_unfold -dump /c/f";
 const char* const kMessage = "parse output failed. token size mismatch\n";
 const char* const kHeader = "num\tlen\tplen\tdlen\tblk\tii\traw\tgb\tdev\tpath\tdata\n";
 
 /// The array that is written for `table`.
-std::string ArrayText(const FileEntryTable& table) {
+std::string TableText(const FileEntryTable& table) {
   std::ostringstream out;
   table.WriteArray(out);
   return out.str();
@@ -73,8 +73,8 @@ std::string Read(const std::string& output) {
   EXPECT_EQ(reading.outcome.status, 0);
   EXPECT_EQ(reading.outcome.out, "");
   EXPECT_EQ(reading.outcome.err, "");
-  EXPECT_THAT(reading.outcome.steps, ElementsAre("popen "s + kCommand, "pclose rec_unfold"));
-  return reading.table.size() == 0 ? "" : ArrayText(reading.table);
+  EXPECT_THAT(reading.outcome.steps, ElementsAre("popen "s + kUnfold, "pclose rec_unfold"));
+  return reading.table.size() == 0 ? "" : TableText(reading.table);
 }
 
 /// The message comes first, then the stream is given up in the middle.
@@ -84,7 +84,7 @@ void ExpectMismatch(const std::string& output) {
   EXPECT_EQ(reading.outcome.out, "");
   EXPECT_EQ(reading.outcome.err, kMessage);
   EXPECT_THAT(reading.outcome.steps,
-              ElementsAre("popen "s + kCommand, "stderr "s + kMessage, "fclose rec_unfold"));
+              ElementsAre("popen "s + kUnfold, "stderr "s + kMessage, "fclose rec_unfold"));
 }
 
 TEST(FileEntries, ThePathIsPassedAsItIs) {
