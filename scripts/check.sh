@@ -7,8 +7,6 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=scripts/lib/packages.sh
 source scripts/lib/packages.sh
 
-readonly build=build/release
-
 # The project's files, new ones included, that match the patterns "$@"; a zero byte ends each. The
 # tree may belong to another user, as it does where a container mounts it.
 project_files() {
@@ -27,21 +25,31 @@ shell_scripts() {
   done
 }
 
-# Writes how the build compiles each C++ file to $build/tidy, once for those that are in several
-# programs, and prints the files; a zero byte ends each. Without the tests: they would take clang-tidy
-# far longer than all the rest, the unit tests alone six times as long.
+# compiled_files BUILD: writes how it compiles each C++ file to BUILD/tidy, once for those that are in
+# several programs, and prints the files; a zero byte ends each. Without the tests: they would take
+# clang-tidy far longer than all the rest.
 compiled_files() {
-  mkdir -p "$build/tidy"
-  python3 - "$build/compile_commands.json" "$build/tidy/compile_commands.json" <<'END'
+  mkdir -p "$1/tidy"
+  python3 - "$1/compile_commands.json" "$1/tidy/compile_commands.json" <<'END'
 import json, sys
 with open(sys.argv[1]) as every:
     commands = {command["file"]: command for command in json.load(every)
-                if "/tests/" not in command["file"]}
+                if " -o tests/" not in command["command"]}
 with open(sys.argv[2], "w") as chosen:
     json.dump(list(commands.values()), chosen)
 for file in commands:
     print(file, end="\0")
 END
+}
+
+# tidy BUILD CHECKS: looks at each file that BUILD compiles, with those of .clang-tidy's checks.
+tidy() {
+  # What clang-tidy writes to standard error is how many findings in foreign headers it left out.
+  cmake --preset "$1" -DQUILLMERE_TESTS=ON >/dev/null &&
+    compiled_files "build/$1" |
+    xargs -0 --max-args=1 --max-procs="$(nproc)" \
+      clang-tidy-14 -p "build/$1/tidy" --quiet --checks="$2" \
+      2> >(grep -Ev '^[0-9]+ warnings? generated\.$' >&2)
 }
 
 check_format() {
@@ -52,12 +60,11 @@ check_shell_scripts() {
   shell_scripts | xargs -0 shellcheck --external-sources
 }
 
+# Most of the time goes into foreign headers, so that several files at once take little longer than one
+# of them. What looks at one file only, or gets lost in many, sees each by itself.
 check_habits() {
-  # What clang-tidy writes to standard error is how many findings in foreign headers it left out.
-  cmake --preset release -DQUILLMERE_TESTS=ON >/dev/null &&
-    compiled_files |
-    xargs -0 --max-args=1 --max-procs="$(nproc)" clang-tidy-14 -p "$build/tidy" --quiet \
-      2> >(grep -Ev '^[0-9]+ warnings? generated\.$' >&2)
+  local -r one_by_one='clang-analyzer-*,misc-unused-*'
+  tidy asan "-${one_by_one//,/,-},-bugprone-suspicious-include" && tidy release "-*,$one_by_one"
 }
 
 check_with_cppcheck() {

@@ -9,7 +9,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=scripts/lib/packages.sh
 source scripts/lib/packages.sh
 
-readonly kills=${1:-200} images=${2:-100000} build=build/release
+readonly kills=${1:-200} images=${2:-100000} build=$PWD/build/release
 # A night of the catalogue has 36 images: eight clients, three policies, one or two images each.
 readonly images_a_night=36
 

@@ -45,10 +45,10 @@ class RowArena {
   }
 
  private:
-  static constexpr std::size_t kLargestChunk = std::size_t{8} * 1024 * 1024;  // bytes
+  static constexpr std::size_t kLargestChunkSize = std::size_t{8} * 1024 * 1024;  // bytes
 
   void AddChunk(std::size_t least_size) {
-    next_chunk_ = std::min(2 * next_chunk_, kLargestChunk);
+    next_chunk_ = std::min(2 * next_chunk_, kLargestChunkSize);
     left_ = std::max(next_chunk_, least_size);
     free_ = chunks_.emplace_back(std::make_unique_for_overwrite<char[]>(left_)).get();
   }

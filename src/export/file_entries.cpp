@@ -46,6 +46,5 @@ int ReadFileEntries(const std::string& path, FileEntryTable* entries) {
       return 1;
     }
   }
-  output.Pclose();
   return 0;
 }

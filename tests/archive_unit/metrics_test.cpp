@@ -25,8 +25,6 @@ using testing::HasSubstr;
 
 namespace {
 
-const std::string kDocumentBytes = std::to_string(kDocument.size());
-
 /// The head of a gauge and its samples, "LABELS} VALUE" each, without "quillmere_archive_".
 std::string GaugeText(const std::string& name, const std::string& help,
                       const std::vector<std::string>& samples) {

@@ -22,7 +22,6 @@ namespace {
 const std::string kSummary =
     "1 exported, 0 failed, 0 expired, 0 warnings; sets: 1 written, 0 removed, 0 waiting for "
     "images\n";
-const std::string kDocumentBytes = std::to_string(kDocument.size());
 
 /// The last line of `text`.
 std::string LastLine(const std::string& text) {
@@ -47,9 +46,11 @@ std::vector<std::string> Planned(const Outcome& outcome) {
 TEST_F(Sync, ExportsAnImageOnce) {
   Lists(Row("alpha_1600000000", 1));
   ASSERT_EQ(Run({"init", "ARCHIVE", "--server", "s"}).status, 0);
-  EXPECT_EQ(
-      Run({"sync", "ARCHIVE"}),
-      (Outcome{0, "alpha_1600000000: 1 entries, " + kDocumentBytes + " bytes\n" + kSummary, ""}));
+  EXPECT_EQ(Run({"sync", "ARCHIVE"}),
+            (Outcome{0,
+                     "alpha_1600000000: 1 entries, " + std::to_string(kDocument.size()) +
+                         " bytes\n" + kSummary,
+                     ""}));
   const std::map<std::string, std::string> files = Files("images");
   ASSERT_EQ(files.size(), 4U);
   EXPECT_TRUE(files.contains("images/alpha/alpha_1600000000/paths.filter"));
