@@ -46,7 +46,7 @@ std::optional<Listing> Received(const std::string& results) {
   listing.text = std::make_unique<const std::string>(results);
   RecordReader reader(*listing.text);
   listing.failure = reader.Text();
-  for (std::uint64_t left = reader.Number(); left > 0 && reader.is_whole(); --left) {
+  for (std::uint64_t left = reader.Number(); left > 0; --left) {
     BackupImage& image = listing.images.emplace_back();
     for (std::string_view* const text : {&image.backup_id, &image.size, &image.last_field,
                                          &image.policy, &image.schedule, &image.client}) {

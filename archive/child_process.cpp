@@ -34,7 +34,7 @@ void BecomeWorker(pid_t parent) {
   setpgid(0, 0);
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (getppid() != parent) {
-    _exit(1);
+    std::exit(1);
   }
   const sigset_t signals = TakenSignals();
   sigprocmask(SIG_UNBLOCK, &signals, nullptr);

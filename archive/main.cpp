@@ -165,14 +165,11 @@ CLI::App* AddEntries(CLI::App* program, EntriesOptions* options) {
                    "Archives, image directories, documents; - for stdin")
       ->type_name("")
       ->required();
-  command
-      ->add_option_function<std::string>(
-          "--format",
-          [options](const std::string& text) {
-            options->format =
-                text == "tsv" ? EntriesOptions::Format::kTsv : EntriesOptions::Format::kNdjson;
-          },
-          "tsv or ndjson")
+  const auto take_format = [options](const std::string& text) {
+    options->format =
+        text == "tsv" ? EntriesOptions::Format::kTsv : EntriesOptions::Format::kNdjson;
+  };
+  command->add_option_function<std::string>("--format", take_format, "tsv or ndjson")
       ->type_name("FORMAT")
       ->check(CLI::IsMember({"tsv", "ndjson"}).description(""))
       ->default_str("tsv");

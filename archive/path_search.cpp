@@ -102,8 +102,9 @@ void PathSearch::SearchPart(DocumentReader* reader, const DocumentPart& part) {
   std::size_t kept = 0;                        // bytes in it
   while (left > 0) {
     const std::size_t size = std::min<std::uint64_t>(left, window_.size() - kept);
-    if (reader->Read(window_.data() + kept, size) < size) {
-      Fail(offset + kept);
+    const std::size_t read = reader->Read(window_.data() + kept, size);
+    if (read < size) {
+      Fail(offset + kept + read);
     }
     left -= size;
     const std::string_view text(window_.data(), kept + size);

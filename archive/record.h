@@ -33,7 +33,6 @@ class RecordReader {
   explicit RecordReader(std::string_view text) : rest_(text) {}
 
   [[nodiscard]] bool is_whole() const { return is_whole_; }
-  [[nodiscard]] bool is_at_end() const { return rest_.empty(); }
 
   std::uint64_t Number() {
     std::uint64_t number = 0;

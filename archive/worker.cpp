@@ -135,11 +135,11 @@ std::string RecordOf(const ExportResult& result) {
 
 std::vector<CommandRun> ReadCommands(RecordReader* reader) {
   std::vector<CommandRun> commands;
-  for (std::uint64_t left = reader->Number(); left > 0 && reader->is_whole(); --left) {
+  for (std::uint64_t left = reader->Number(); left > 0; --left) {
     CommandRun& run = commands.emplace_back();
     run.command = reader->Text();
     run.status = static_cast<std::int64_t>(reader->Number());
-    for (std::uint64_t lines = reader->Number(); lines > 0 && reader->is_whole(); --lines) {
+    for (std::uint64_t lines = reader->Number(); lines > 0; --lines) {
       run.complaints.emplace_back(reader->Text());
     }
   }
@@ -215,13 +215,14 @@ class ImageExport {
     };
     int status = 0;
     std::string thrown;
-    std::string message = RunUnits(request_.timeout, tell_silence, [&] {
+    const auto call = [&] {
       try {
         status = unit();
       } catch (const std::exception& error) {
         thrown = error.what();
       }
-    });
+    };
+    const std::string message = RunUnits(request_.timeout, tell_silence, call);
     run.complaints = complaints.Lines();
     result_.commands.push_back(run);
     // What a command says of itself explains best why its output was not understood.
@@ -250,12 +251,8 @@ class ImageExport {
     // When it could not be written, this says why.
     manifest_.document = writer.Finish();
     result_.stored_bytes = manifest_.document.stored_bytes;
-    if (!refused.empty()) {
+    if (!refused.empty() || !parser.Finish(&refused)) {
       throw std::runtime_error(refused);
-    }
-    std::string error;
-    if (!parser.Finish(&error)) {
-      throw std::runtime_error(error);
     }
     filter.Finish(manifest_.document.sha256, parser);
   }
@@ -315,7 +312,7 @@ void ExportImage(const ExportRequest& request, const Staging& staging, int resul
 
 std::optional<ExportResult> ReadExportResult(std::string_view results) {
   RecordReader reader(results);
-  while (static_cast<Record>(reader.Number()) == Record::kCommandStarts && reader.is_whole()) {
+  while (static_cast<Record>(reader.Number()) == Record::kCommandStarts) {
     reader.Text();
   }
   ExportResult result = ReadResult(&reader);
@@ -326,7 +323,7 @@ std::string FailureOfWorker(const ExportRequest& request, std::string_view resul
                             int wait_status) {
   RecordReader reader(results);
   std::string_view command;
-  while (static_cast<Record>(reader.Number()) == Record::kCommandStarts && !reader.is_at_end()) {
+  while (static_cast<Record>(reader.Number()) == Record::kCommandStarts) {
     command = reader.Text();
   }
   const bool is_alarmed = WIFSIGNALED(wait_status) && WTERMSIG(wait_status) == SIGALRM;

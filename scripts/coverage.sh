@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Counts which lines and branches of the product code the tests run, and fails when one of the tool's is
-# never run, or too many of the archive's. Left out are branches that the compiler makes, such as those
-# of exceptions and destructors. Installs what is missing; a page for each file is in
-# build/coverage/pages.
+# Counts which lines and branches of the product code the tests run, and fails when a line or one of the
+# tool's branches is never run, or too many of the archive's. Left out are branches that the compiler
+# makes, such as those of exceptions and destructors, as far as they can be told; the archive has some
+# that cannot. Installs what is missing; a page for each file is in build/coverage/pages.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=scripts/lib/packages.sh
@@ -36,4 +36,4 @@ measure() {
 }
 
 measure src 100 100
-measure archive 99 92
+measure archive 100 95

@@ -286,11 +286,7 @@ class Run {
       return DocumentError(reader->path() + ": " + what);
     };
     lines_.Begin(manifest);
-    DocumentParser parser([&](const RawEntry& entry) {
-      if (!parser.has_given_others() && !lines_.Add(entry)) {
-        throw fail("no document: wrong at byte " + std::to_string(entry.offset));
-      }
-    });
+    DocumentParser parser([&](const RawEntry& entry) { Add(entry, parser, reader->path()); });
     if (begin) {
       parser.TakeOnlyFrom(*begin);
     }
@@ -306,6 +302,13 @@ class Run {
       throw fail(error);
     }
     return *entries;
+  }
+
+  /// An entry of the last "fentries", as far as `parser` knows.
+  void Add(const RawEntry& entry, const DocumentParser& parser, const std::string& path) {
+    if (!parser.has_given_others() && !lines_.Add(entry)) {
+      throw DocumentError(path + ": no document: wrong at byte " + std::to_string(entry.offset));
+    }
   }
 
   const EntriesOptions& options_;

@@ -92,6 +92,13 @@ TEST_F(ChildProcessTest, ThatCannotBeStartedSaysWhy) {
   }
 }
 
+TEST_F(ChildProcessTest, DoesNothingWhenItsParentIsGone) {
+  FailOnceInWorkers("getppid", 0);
+  ChildProcess process([](int results) { WriteAll(results, "begun"); });
+  EXPECT_EQ(AllResults(&process, signals_), "");
+  EXPECT_EQ(WEXITSTATUS(process.Wait()), 1);
+}
+
 TEST_F(ChildProcessTest, TheFirstSignalCounts) {
   EXPECT_EQ(signals_.Received(), 0);
   kill(getpid(), SIGINT);

@@ -136,6 +136,7 @@ TEST(DocumentParser, SaysWhereALineIsOutOfPlace) {
       {"            \"data\": \"d\"", "            \"data\": \"d\","},
       {"            \"data\": \"d\"", "            \"data\": \""},
       {"        },\n", "        };\n"},
+      {"        },\n", "        ],\n"},
       {"        }\n", "        }}\n"},
       {"    ]\n", "    ];\n"},
   };
@@ -186,6 +187,10 @@ TEST(DocumentParser, GivesNoEntriesButThoseThatBeginWhereTheyAreExpected) {
     EXPECT_EQ(Given(document, size, begin), std::to_string(begin) + ":b " + end);
     EXPECT_EQ(Given(document, size), "20:a " + std::to_string(begin) + ":b others " + end);
   }
+  const std::string others =
+      "    \"fentries\": [\n        \"a\"\n    ],\n    \"fentries\": \"\"\n}\n";
+  EXPECT_EQ(Given("{\n" + others, 100), "0-0");
+  EXPECT_EQ(Given(first + others, 100), "20:a others 0-0");
 }
 
 TEST(DocumentParser, HoldsNoMoreThanAnEntryCanTake) {

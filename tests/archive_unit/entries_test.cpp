@@ -1,3 +1,4 @@
+#include <errno.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -5,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "failing_calls.h"
 #include "product.h"
 
 namespace {
@@ -116,10 +118,14 @@ TEST_F(Entries, FiltersChooseImages) {
             (Outcome{0, "/\xE9\n", ""}));
   EXPECT_EQ(Run({"entries", "ARCHIVE/images/a/a_1600000000", "--columns", "path", "--client", "b"}),
             (Outcome{0, "", ""}));
-  EXPECT_EQ(Run({"entries", WriteDocument(Document()), "--client", "b"}),
-            (Outcome{2, "",
-                     directory_.PathOf("document") +
-                         ": filters choose images, and this is a document alone\n"}));
+  const std::string document = WriteDocument(Document());
+  for (const std::string filter :
+       {"--client=b", "--policy=b", "--schedule=b", "--before=1", "--after=1"}) {
+    EXPECT_EQ(
+        Run({"entries", document, filter}),
+        (Outcome{2, "", document + ": filters choose images, and this is a document alone\n"}))
+        << filter;
+  }
 }
 
 TEST_F(Entries, OfACutDocumentComeBeforeTheErrorThatSaysWhere) {
@@ -202,6 +208,13 @@ TEST_F(Entries, WrongValuesAreNoEntries) {
   }
 }
 
+TEST_F(Entries, OfOtherImagesComeWhenOneIsBroken) {
+  WriteFile(PathOf("images/b/b_1600000001/manifest.json"), "x");
+  EXPECT_EQ(
+      Run({"entries", "ARCHIVE", "--columns", "path"}),
+      (Outcome{4, "/x\nC:\\\\y\"\n", "ARCHIVE/images/b/b_1600000001/manifest.json: not JSON\n"}));
+}
+
 TEST_F(Entries, AreAsManyAsTheManifestSays) {
   const std::string name = "ARCHIVE/images/a/a_1600000000/";
   const std::string manifest = PathOf("images/a/a_1600000000/manifest.json");
@@ -218,4 +231,8 @@ TEST_F(Entries, NeedSourcesThatCanBeRead) {
             (Outcome{4, "",
                      "can't open " + path + ": No such file or directory\n" +
                          "ARCHIVE/images/manifest.json: no such file\n"}));
+  FailOnce("lseek", EIO);
+  const std::string document = WriteDocument(Document());
+  EXPECT_EQ(Run({"entries", document}),
+            (Outcome{4, "", "can't read " + document + ": Input/output error\n"}));
 }

@@ -63,6 +63,7 @@ TEST(EntryText, EachTextHasOneValueOnly) {
       "\\u000a",
       "\\u000b",
       "\\u000g",
+      "\\u00g0",
       "\\u0101",
       "\\u1001",
       "\\u002F",

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <map>
+#include <optional>
 
 namespace {
 
@@ -22,6 +23,7 @@ struct Failure {
 };
 std::map<std::string, Failure> failures;
 bool are_types_hidden = false;
+std::optional<int> left_until_full;  // calls of fstatvfs
 
 /// True, with errno, when this call of `function` is to fail.
 bool Fails(const char* function) {
@@ -55,17 +57,24 @@ void HideEntryTypes() {
   are_types_hidden = true;
 }
 
+void FillDisk(int after) {
+  left_until_full = after;
+}
+
 void FailNothing() {
   failures.clear();
   are_types_hidden = false;
+  left_until_full.reset();
 }
 
 extern "C" {
 
 pid_t __real_fork();
+pid_t __real_getppid();
 int __real_pipe2(int* ends, int flags);
 ssize_t __real_read(int descriptor, void* buffer, size_t size);
 ssize_t __real_write(int descriptor, const void* buffer, size_t size);
+off_t __real_lseek(int descriptor, off_t offset, int from);
 int __real_fsync(int descriptor);
 int __real_openat(int at, const char* path, int flags, mode_t mode);
 DIR* __real_fdopendir(int descriptor);
@@ -82,6 +91,11 @@ pid_t __wrap_fork() {
   return Fails("fork") ? -1 : __real_fork();
 }
 
+/// As if the parent were gone, when it fails: it cannot in earnest.
+pid_t __wrap_getppid() {
+  return Fails("getppid") ? 1 : __real_getppid();
+}
+
 int __wrap_pipe2(int* ends, int flags) {
   return Fails("pipe2") ? -1 : __real_pipe2(ends, flags);
 }
@@ -92,6 +106,10 @@ ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
 
 ssize_t __wrap_write(int descriptor, const void* buffer, size_t size) {
   return Fails("write") ? -1 : __real_write(descriptor, buffer, size);
+}
+
+off_t __wrap_lseek(int descriptor, off_t offset, int from) {
+  return Fails("lseek") ? -1 : __real_lseek(descriptor, offset, from);
 }
 
 int __wrap_fsync(int descriptor) {
@@ -127,7 +145,14 @@ int __wrap_unlinkat(int at, const char* path, int flags) {
 }
 
 int __wrap_fstatvfs(int descriptor, struct statvfs* status) {
-  return Fails("fstatvfs") ? -1 : __real_fstatvfs(descriptor, status);
+  if (Fails("fstatvfs")) {
+    return -1;
+  }
+  const int result = __real_fstatvfs(descriptor, status);
+  if (left_until_full && (*left_until_full)-- <= 0) {
+    status->f_bavail = 0;
+  }
+  return result;
 }
 
 int __wrap_memfd_create(const char* name, unsigned flags) {

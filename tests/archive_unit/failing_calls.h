@@ -14,6 +14,9 @@ void FailOnceInWorkers(const std::string& function, int error, int after = 0);
 /// From now on directory entries have no type, as on some file systems, until the test ends.
 void HideEntryTypes();
 
+/// After the next `after` calls of fstatvfs nothing is free any more, until the test ends.
+void FillDisk(int after);
+
 /// Nothing fails any more.
 void FailNothing();
 

@@ -1,11 +1,12 @@
+#include <errno.h>
+
 #include <filesystem>
 #include <string>
 
 #include <gtest/gtest.h>
 
-#include "archive/path_filter.h"
-#include "archive/sha256.h"
-#include "archive/store.h"
+#include "archive/manifest.h"
+#include "failing_calls.h"
 #include "product.h"
 
 namespace {
@@ -149,6 +150,14 @@ TEST_F(Find, SaysWhatCannotBeReadAndGoesOn) {
                      "that of the manifest\n"}));
 }
 
+TEST_F(Find, SaysWhyADocumentCannotBeRead) {
+  FailOnce("lseek", EIO);
+  EXPECT_EQ(Run({"find", "ARCHIVE", "*/new"}),
+            (Outcome{4, "",
+                     "can't read ARCHIVE/images/a/a_1700000000/a_1700000000.json: Input/output "
+                     "error\n"}));
+}
+
 TEST_F(Find, SaysWhereADocumentIsWrong) {
   const std::string name = "images/a/a_1700000000/a_1700000000.json";
   const std::string text = ReadFile(PathOf(name));
@@ -164,6 +173,14 @@ TEST_F(Find, SaysWhereADocumentIsWrong) {
             (Outcome{4, kNew + "/home/alice/x.txt\n", error}));
   EXPECT_EQ(Run({"find", "ARCHIVE", "*x.txt", "--after", "1600000001"}),
             (Outcome{0, kNew + "/home/alice/x.txt\n", ""}));
+  std::string unended = text;
+  unended.replace(unended.find("        },"), 10, "        };");
+  WriteFile(PathOf(name), unended);
+  EXPECT_EQ(Run({"find", "ARCHIVE", "?home*", "--after", "1600000001"}),
+            (Outcome{4, "",
+                     "ARCHIVE/" + name + ": no document: wrong at byte " +
+                         std::to_string(text.find("        {\n")) + "\n"}));
+  WriteFile(PathOf(name), broken);
   RemoveFilters();
   EXPECT_EQ(Run({"find", "ARCHIVE", "*x.txt", "--after", "1600000001"}),
             (Outcome{4, kNew + "/home/alice/x.txt\n",
@@ -175,6 +192,39 @@ TEST_F(Find, SaysWhereADocumentIsWrong) {
   EXPECT_EQ(Run({"find", "ARCHIVE", "*mp*", "--after", "1600000001"}).err,
             "ARCHIVE/" + name + ": no document: wrong at byte " +
                 std::to_string(broken.rfind("        {\n")) + "\n");
+}
+
+TEST_F(Find, ADocumentThatEndsTooEarlyIsWrongThere) {
+  const std::string image = "images/a/a_1700000000/";
+  std::filesystem::resize_file(PathOf(image + "a_1700000000.json"), 600);
+  Manifest manifest = ManifestOf(image + "manifest.json");
+  manifest.document.stored_bytes = 600;
+  WriteFile(PathOf(image + "manifest.json"), TextOf(manifest));
+  EXPECT_EQ(
+      Run({"find", "ARCHIVE", "*/new"}),
+      (Outcome{4, "", "ARCHIVE/" + image + "a_1700000000.json: no document: wrong at byte 600\n"}));
+}
+
+TEST_F(Find, AnEntryWithoutEndIsNone) {
+  Does("rec_unfold",
+       "for entry in 1 2 3 4 5 6 7 8 9; do\n"
+       "  printf '1\\t2\\t3\\t4\\t5\\t6\\t7\\t8\\t9\\t/'\n"
+       "  head -c 4000000 /dev/zero | tr '\\000' x\n"
+       "  printf '\\td\\n'\n"
+       "done\n");
+  Lists(Row("c_1700000000", 9));
+  ASSERT_EQ(Run({"sync", "ARCHIVE", "--quiet"}).status, 0);
+  const std::string name = "images/c/c_1700000000/c_1700000000.json";
+  std::string text = ReadFile(PathOf(name));
+  const std::string end = "\n        },";
+  for (std::size_t at = 0; (at = text.find(end, at)) != std::string::npos;) {
+    text[at + end.size() - 1] = ';';
+  }
+  WriteFile(PathOf(name), text);
+  EXPECT_EQ(Run({"find", "ARCHIVE", "?x*", "--client", "c"}),
+            (Outcome{4, "",
+                     "ARCHIVE/" + name + ": no document: wrong at byte " +
+                         std::to_string(text.find("        {\n")) + "\n"}));
 }
 
 TEST_F(Find, ALengthThatIsWrongIsNoLength) {

@@ -1,9 +1,12 @@
+#include <errno.h>
+
 #include <ctime>
 #include <filesystem>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "failing_calls.h"
 #include "product.h"
 
 namespace {
@@ -144,6 +147,27 @@ TEST_F(List, SaysWhatCannotBeRead) {
   WriteFile(PathOf("sets/stray"), "");
   std::filesystem::remove_all(PathOf("images"));
   EXPECT_EQ(Run({"list", "ARCHIVE", "--images"}), (Outcome{0, "", ""}));
+}
+
+TEST_F(List, SaysWhichSetCannotBeRead) {
+  // The first one is of archive.json.
+  FailOnce("read", EIO, 1);
+  EXPECT_EQ(
+      Run({"list", "ARCHIVE", "--sets"}),
+      (Outcome{4,
+               "CLIENT  POLICY  SCHEDULE  TIME                  IMAGES    SIZE  BACKUP ID\n"
+               "a       Files   Daily     2020-09-13T13:26:40Z       1  4.1 kB  a_1600003600\n"
+               "b       Files   Weekly    2020-09-13T12:26:41Z       1  2.0 kB  b_1600000001\n"
+               "c       Files   Daily     1970-01-01T00:00:00Z       1  2.0 kB  c_xxxx\n",
+               "can't read ARCHIVE/sets/a/Files/Daily/1600000000.json: Input/output error\n"}));
+}
+
+TEST_F(List, ATimeBeyondTheYear9999IsANumber) {
+  Lists(Row("e_253402300800", 1));
+  ASSERT_EQ(Run({"sync", "ARCHIVE", "--quiet"}), (Outcome{0, "", ""}));
+  const std::string out = Run({"list", "ARCHIVE", "--images"}).out;
+  EXPECT_EQ(out.substr(out.find("e_")),
+            "e_253402300800  Files   Daily     253402300800                1  381 B\n");
 }
 
 TEST_F(List, SetsOfAllRowsCanFail) {

@@ -10,6 +10,7 @@ TEST(Names, EscapeWhatIsNotPlain) {
   const std::vector<std::pair<std::string, std::string>> kCases = {
       {"alpha_1500000000", "alpha_1500000000"},
       {"AZaz09._-", "AZaz09._-"},
+      {"@[`{/:", "%40%5B%60%7B%2F%3A"},
       {"", "%"},
       {"%", "%25"},
       {".", "%2E"},

@@ -2,7 +2,9 @@
 
 #include <errno.h>
 
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
@@ -155,6 +157,7 @@ TEST_F(PathFilter, DoesNotAgreeWithAnotherDocument) {
   EXPECT_FALSE(Agrees(DocumentOf({"/a", "/c"})));
   EXPECT_FALSE(Agrees(DocumentOf({"/a", "/b/a"})));
   EXPECT_FALSE(Agrees(DocumentOf({"/a", "/b", "/a"})));
+  EXPECT_FALSE(Agrees(DocumentOf({"/a"})));
   EXPECT_FALSE(Agrees("{\n    \"x\": \"\"," + document.substr(1)));
   EXPECT_FALSE(Agrees(document, std::string(64, 'b')));
 }
@@ -182,13 +185,25 @@ TEST_F(PathFilter, WhatIsNotRightIsNoFilter) {
   huge[104 + 2] = 0;
   WriteFile(temporary_.PathOf("paths.filter"), huge);
   EXPECT_EQ(PartsFor({"/a"}), std::nullopt);
+  std::remove(temporary_.PathOf("paths.filter").c_str());
+  Write(DocumentOf({"/a"}));
+  const std::string small = ReadFile(temporary_.PathOf("paths.filter"));
+  const std::uint64_t end = DocumentOf({"/a"}).rfind("    ]");
+  // The only part ends where it begins, before the last entry does, or behind it.
+  for (const std::uint64_t wrong_end : {std::uint64_t{20}, end - 1, end + 1}) {
+    std::string changed = small;
+    std::memcpy(changed.data() + 96, &wrong_end, sizeof(wrong_end));
+    WriteFile(temporary_.PathOf("paths.filter"), changed);
+    EXPECT_EQ(PartsFor({"/a"}), std::nullopt) << wrong_end;
+    EXPECT_FALSE(Agrees(DocumentOf({"/a"}))) << wrong_end;
+  }
 }
 
 TEST_F(PathFilter, SaysWhatCannotBeWritten) {
   const std::string document = DocumentOf(ManyPaths());
   const std::string error =
       "can't write " + directory_.PathOf("paths.filter") + ": No space left on device";
-  for (const char* const call : {"write", "fsync"}) {
+  for (const char* const call : {"write", "lseek", "fsync"}) {
     std::remove(temporary_.PathOf("paths.filter").c_str());
     FailOnce(call, ENOSPC);
     try {

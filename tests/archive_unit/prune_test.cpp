@@ -1,12 +1,8 @@
 // Sets and images that are removed, the marks that stay, and what a sync makes of those.
 
 #include <errno.h>
-#include <fcntl.h>
 #include <signal.h>
-#include <stdio.h>
-#include <stdlib.h>
 #include <sys/wait.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <ctime>
@@ -25,8 +21,7 @@
 #include "archive/units.h"
 #include "failing_calls.h"
 #include "product.h"
-
-int ArchiveMain(int argc, char** argv);
+#include "terminal.h"
 
 namespace {
 
@@ -81,40 +76,9 @@ class Prune : public ArchiveTest {
 
   /// Prunes on a terminal on which `typed` is typed, and returns what that shows.
   std::string RunOnTerminal(const std::string& typed, const std::string& option) const {
-    const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
-    grantpt(terminal);
-    unlockpt(terminal);
-    const int inner = open(ptsname(terminal), O_RDWR | O_NOCTTY);
-    termios settings{};
-    tcgetattr(inner, &settings);
-    settings.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    settings.c_oflag &= ~static_cast<tcflag_t>(OPOST);
-    tcsetattr(inner, TCSANOW, &settings);
-    EXPECT_EQ(write(terminal, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
-    const int input = dup(STDIN_FILENO);
-    const int output = dup(STDOUT_FILENO);
-    dup2(inner, STDIN_FILENO);
-    dup2(inner, STDOUT_FILENO);
-    clearerr(stdin);
-    std::cin.clear();
-    std::vector<std::string> texts = {"quillmere-archive", "prune", archive_,
-                                      "--older-than",      "1d",    option};
-    std::vector<char*> argv;
-    for (std::string& text : texts) {
-      argv.push_back(text.data());
-    }
-    EXPECT_EQ(ArchiveMain(static_cast<int>(argv.size()), argv.data()), 0);
-    dup2(input, STDIN_FILENO);
-    dup2(output, STDOUT_FILENO);
-    for (const int descriptor : {input, output, inner}) {
-      close(descriptor);
-    }
-    std::string shown;
-    for (char c = '\0'; read(terminal, &c, 1) == 1;) {
-      shown += c;
-    }
-    close(terminal);
-    return shown;
+    return Terminal(typed).With({STDIN_FILENO, STDOUT_FILENO}, [&] {
+      EXPECT_EQ(RunAsItIs({"prune", "ARCHIVE", "--older-than", "1d", option}), 0);
+    });
   }
 
   /// `text` with "N" for this process in the names of what is staged.
@@ -393,6 +357,20 @@ TEST_F(Prune, ASyncFetchesNothingThatWasPruned) {
   EXPECT_EQ(Run({"sync", "ARCHIVE"}), (Outcome{0, kNoSync, ""}));
   EXPECT_EQ(Run({"sync", "ARCHIVE", "--dry-run"}), (Outcome{0, "0 to export\n", ""}));
   EXPECT_EQ(Files(""), files);
+}
+
+TEST_F(Prune, WhereNobodySeesAQuestionNoneIsAsked) {
+  Terminal("n\n").With({STDIN_FILENO}, [&] {
+    EXPECT_EQ(RunPrune(), (Outcome{0, kPlan + kDone, ""}));
+  });
+}
+
+TEST_F(Prune, AnythingElseBesideMarksIsNone) {
+  std::filesystem::create_directories(PathOf("pruned/d/d_1600000000.json"));
+  WriteFile(PathOf("pruned/d/d_1600000000"), "");
+  Lists(Row("d_1600000000", 1));
+  EXPECT_EQ(Run({"sync", "ARCHIVE", "--quiet"}), (Outcome{0, "", ""}));
+  EXPECT_TRUE(Has("images/d/d_1600000000"));
 }
 
 TEST_F(Prune, ASetWithAPrunedImageIsNeitherWrittenNorWaitedFor) {

@@ -146,6 +146,13 @@ TEST_F(StoredDocument, ThatIsNoZstdFileIsRefused) {
   }
 }
 
+TEST_F(StoredDocument, IsReadThoughASignalInterrupts) {
+  Store("abc", 0);
+  FailOnce("read", EINTR);
+  EXPECT_EQ(Read("d.json"), "");
+  EXPECT_EQ(plain_, "abc");
+}
+
 TEST_F(StoredDocument, ThatCannotBeReadSaysWhy) {
   EXPECT_EQ(Read("d.json"), "can't open DIR/d.json: No such file or directory");
   Store("abc", 0);

@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "product.h"
+#include "terminal.h"
 
 using Sync = ArchiveTest;
 
@@ -65,6 +66,17 @@ TEST_F(Sync, ExportsAnImageOnce) {
                      ""}));
   EXPECT_EQ(Files("images"), files);
   EXPECT_TRUE(std::filesystem::is_empty(PathOf(".staging")));
+}
+
+TEST_F(Sync, OnATerminalALineIsRedrawn) {
+  Lists(Row("alpha_1600000000", 1));
+  ASSERT_EQ(Run({"init", "ARCHIVE", "--server", "s"}).status, 0);
+  const std::string shown = Terminal().With({STDOUT_FILENO}, [&] {
+    EXPECT_EQ(RunAsItIs({"sync", "ARCHIVE"}), 0);
+  });
+  EXPECT_THAT(shown, testing::StartsWith("\r\x1B[K"));
+  EXPECT_THAT(shown, testing::Not(testing::HasSubstr("alpha_")));
+  EXPECT_THAT(shown, testing::EndsWith("\r\x1B[K" + kSummary));
 }
 
 TEST_F(Sync, AManifestSaysAllThatIsKnown) {

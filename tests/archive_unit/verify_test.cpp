@@ -136,6 +136,8 @@ TEST_F(Verify, FindsFiltersThatDoNotFit) {
     WriteFile(PathOf(filter), wrong);
     ExpectProblems(filter + ": does not agree with the document\n", 1, kAll);
   }
+  std::filesystem::remove(PathOf(filter));
+  EXPECT_EQ(Run({"verify", "ARCHIVE"}), (Outcome{0, kAll + ": 0 problems\n", ""}));
 }
 
 TEST_F(Verify, FindsSetsThatDoNotFit) {
@@ -174,12 +176,12 @@ TEST_F(Verify, FindsStrayFiles) {
     ExpectProblems(std::string(path) + ": does not belong here\n", 1, kAll);
     std::filesystem::remove(PathOf(path));
   }
-  std::filesystem::create_directory(PathOf("pruned/a/stray"));
-  ExpectProblems("pruned/a/stray: does not belong here\n", 1, kAll);
-  std::filesystem::remove(PathOf("pruned/a/stray"));
-  std::filesystem::create_directory(PathOf("sets/a/Files/Daily/stray"));
-  ExpectProblems("sets/a/Files/Daily/stray: does not belong here\n", 1, kAll);
-  std::filesystem::remove(PathOf("sets/a/Files/Daily/stray"));
+  for (const std::string path : {"pruned/a/stray", "sets/a/Files/Daily/stray",
+                                 "images/a/a_1600000000/a_1600000000.json.zst"}) {
+    std::filesystem::create_directory(PathOf(path));
+    ExpectProblems(path + ": does not belong here\n", 1, kAll);
+    std::filesystem::remove(PathOf(path));
+  }
   std::filesystem::create_symlink("a_1600000000", PathOf("images/a/a_1"));
   ExpectProblems("images/a/a_1: does not belong here\n", 1, kAll);
 }
