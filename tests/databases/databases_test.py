@@ -435,7 +435,7 @@ class ByHand(Databases):
 
     def test_more_columns_come_with_the_schema(self):
         copy = self.folder / "examples"
-        for name in ("common", "sqlite"):
+        for name in ("common", "python", "sqlite"):
             shutil.copytree(OPTIONS.examples / name, copy / name)
         schema = copy / "sqlite/schema.sql"
         text = schema.read_text()
