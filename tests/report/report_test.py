@@ -188,6 +188,19 @@ class Nights(PageCase):
         self.assertEqual([row[1] for row in self.browser.rows()], ["/second"])
         self.assertEqual(self.browser.script("return document.activeElement.id"), "image-heading")
 
+    def test_dates_pass_behind_the_corner_above_the_names(self):
+        self.browser.size(700, 900)
+        self.focus_nights()
+        self.browser.press(Keys.END)
+        at_corner, hidden, below = self.browser.script("""
+            const corner = document.querySelector(".corner").getBoundingClientRect();
+            const ticks = [...document.querySelectorAll(".tick")].map((tick) => tick.getBoundingClientRect());
+            return [document.elementFromPoint(corner.left + 50, corner.top + 12).className,
+              ticks.filter((tick) => tick.left < corner.right).length,
+              ticks.filter((tick) => tick.bottom > corner.bottom + 1).length];
+        """)
+        self.assertEqual((at_corner, hidden > 0, below), ("corner", True, 0))
+
     def test_keys_go_along_a_lane_and_between_lanes(self):
         self.focus_nights()
 
