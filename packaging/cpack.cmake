@@ -136,7 +136,7 @@ install(FILES
 # The examples around an archive; the others stay in the sources.
 set(database_examples ${PROJECT_SOURCE_DIR}/examples)
 install(FILES
-  ${database_examples}/common/archive_files.py ${database_examples}/common/questions.py ${database_examples}/common/tsv.py
+  ${database_examples}/common/questions.py ${database_examples}/common/tsv.py
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/common)
 install(FILES
   ${database_examples}/sqlite/README.md ${database_examples}/sqlite/questions.sql ${database_examples}/sqlite/schema.sql

@@ -14,8 +14,8 @@ import sys
 import time
 
 from shard import Shard, ShardError
-from archive_files import LoadError, entries_of, images_of, is_gone, server_of, sets_of
-from tsv import all_numbers, unescaped, whole_lines
+from quillmere_archive import Archive
+from tsv import LoadError, all_numbers, lines_of, unescaped, whole_lines
 
 COLUMNS = ["length", "path"]  # of the table of files, from `entries`; the length comes first
 BATCH = 1_000_000  # entries; images that have no more together share an INSERT
@@ -23,19 +23,19 @@ BATCH = 1_000_000  # entries; images that have no more together share an INSERT
 LONGEST_LOAD = 43200
 
 
-class Archive:
-    """An archive on its way into a shard."""
+class Load:
+    """Of an archive, into a shard."""
 
-    def __init__(self, path, shard):
-        self.path, self.shard = path, shard
-        self.server = server_of(path)
+    def __init__(self, archive, shard):
+        self.archive, self.shard = archive, shard
+        self.server = archive.server
         self.failed = 0
 
-    def load(self):
+    def run(self):
         """Returns the numbers of images that were loaded, and removed, and of sets."""
         self.refuse_other_shards()
-        sets = sets_of(self.path)
-        images = images_of(self.path)
+        sets = list(self.archive.sets())  # before the images: those of a set are there before it is
+        images = sorted(self.archive.images(), key=lambda image: -image.backup_time)
         known = self.loaded()
         missing = [image for image in images if (image.backup_id, image.sha256) not in known]
         loaded = sum(self.load_batch(batch) for batch in batches(missing))
@@ -49,7 +49,7 @@ class Archive:
             "(SELECT count() FROM quillmere.image_here WHERE server = {server:String})",
             server=self.server)
         if elsewhere != b"0\n":
-            raise LoadError(f"{self.path}: its server is on another shard")
+            raise LoadError(f"{self.archive.path}: its server is on another shard")
 
     def loaded(self):
         """Backup id and checksum of each image that counts."""
@@ -69,15 +69,15 @@ class Archive:
                 try:
                     length = copy_entries(image, load, write)
                 except LoadError as error:
-                    if not is_gone(image):
+                    if image.document.parent.exists():  # it was not pruned just now
                         print(error, file=sys.stderr)
                         self.failed += 1
                 else:
                     rows.append((load, self.server, image.client, image.policy, image.schedule,
                                  image.backup_id, image.backup_time, image.sha256.encode(),
-                                 image.entries, length))
+                                 image.entry_count, length))
         if time.time() - begun > LONGEST_LOAD:
-            raise LoadError(f"{self.path}: a load took longer than {LONGEST_LOAD} seconds")
+            raise LoadError(f"{self.archive.path}: a load took longer than {LONGEST_LOAD} seconds")
         if rows:
             self.shard.insert("quillmere.image_here",
                               "load, server, client, policy, schedule, backup_id, backup_time, "
@@ -109,8 +109,8 @@ class Archive:
     def replace_sets(self, sets, loads):
         """Returns how many there are now. A set whose images are not all there is none."""
         rows = [(self.server, one.client, one.policy, one.schedule, one.backup_id, one.create_time,
-                 one.size_bytes, one.images, [loads[member] for member in one.images])
-                for one in sets if all(member in loads for member in one.images)]
+                 one.size_bytes, one.image_ids, [loads[member] for member in one.image_ids])
+                for one in sets if all(member in loads for member in one.image_ids)]
         with self.replacing("backup_set"):
             if rows:
                 self.shard.insert("quillmere.backup_set_next",
@@ -131,11 +131,11 @@ class Archive:
 def batches(images):
     batch, entries = [], 0
     for image in images:
-        if batch and entries + image.entries > BATCH:
+        if batch and entries + image.entry_count > BATCH:
             yield batch
             batch, entries = [], 0
         batch.append(image)
-        entries += image.entries
+        entries += image.entry_count
     if batch:
         yield batch
 
@@ -144,12 +144,12 @@ def copy_entries(image, load, write):
     """Writes the image's entries as rows of the table of files; returns the sum of their lengths."""
     prefix = b"%d\t%s\t" % (load, day_of(image.backup_time))
     total = 0
-    with entries_of(image, COLUMNS) as stream:
+    with lines_of(image.document.parent, COLUMNS) as stream:
         for lines in whole_lines(stream):
             lengths = lines.replace(b"\n", b"\t").split(b"\t")[::len(COLUMNS)]
             # The database takes a number that is too large for another one.
             if not all_numbers(lengths):
-                raise LoadError(f"{image.directory}: the length of an entry is no number")
+                raise LoadError(f"{image.document.parent}: the length of an entry is no number")
             total += sum(map(int, lengths))
             write(prefix + lines.replace(b"\n", b"\n" + prefix) + b"\n")
     return total
@@ -166,10 +166,10 @@ def main(path, options):
         # Of two loads of an archive at once, the second waits, and finds nothing left to do.
         fcntl.flock(held, fcntl.LOCK_EX)
         # A shard that is down keeps nothing from being loaded into another one.
-        archive = Archive(path, Shard([*options, "--skip_unavailable_shards=1"]))
-        loaded, removed, sets = archive.load()
-    print(f"{loaded} images loaded, {removed} removed, {archive.failed} failed; {sets} sets")
-    return 1 if archive.failed else 0
+        load = Load(Archive(path), Shard([*options, "--skip_unavailable_shards=1"]))
+        loaded, removed, sets = load.run()
+    print(f"{loaded} images loaded, {removed} removed, {load.failed} failed; {sets} sets")
+    return 1 if load.failed else 0
 
 
 if __name__ == "__main__":

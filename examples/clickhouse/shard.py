@@ -6,7 +6,8 @@ import re
 import subprocess
 import sys
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "common"))
+EXAMPLES = pathlib.Path(__file__).resolve().parent.parent
+sys.path[:0] = [str(EXAMPLES / "common"), str(EXAMPLES / "python")]
 from tsv import unescaped  # noqa: E402
 
 

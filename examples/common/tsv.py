@@ -1,11 +1,37 @@
 """Lines with tabs between the columns, as `quillmere-archive entries` prints them."""
 
+import contextlib
+import os
+import pathlib
 import re
+import subprocess
 from collections.abc import Iterator
 from typing import IO
 
+PROGRAM = os.environ.get("QUILLMERE_ARCHIVE", "quillmere-archive")
+BUFFER_SIZE = 1 << 20  # bytes
+
 _PLAIN = {b"t": b"\t", b"n": b"\n", b"r": b"\r", b"b": b"\b", b"f": b"\f", b"0": b"\0"}
 _ESCAPES = {plain: b"\\" + sign for sign, plain in _PLAIN.items()} | {b"\\": b"\\\\"}
+
+
+class LoadError(Exception):
+    """Something could not be read or loaded; the text says what."""
+
+
+@contextlib.contextmanager
+def lines_of(image: pathlib.Path, columns: list[str]) -> Iterator[IO[bytes]]:
+    """A stream of the file entries of an image, which is a directory of an archive.
+
+    What was read of it counts when the context has ended without an error, not before.
+    """
+    command = [PROGRAM, "entries", "--columns", ",".join(columns), image]
+    with subprocess.Popen(command, bufsize=BUFFER_SIZE, stdout=subprocess.PIPE,
+                          stderr=subprocess.PIPE) as process:
+        yield process.stdout
+        complaint = process.stderr.read().decode("utf-8", "backslashreplace").rstrip("\n")
+    if process.returncode != 0:
+        raise LoadError(complaint or f"{image}: {PROGRAM} ended with status {process.returncode}")
 
 
 def unescaped(text: bytes) -> bytes:

@@ -150,6 +150,7 @@ class Image:
     files: int  # as listed
     entry_count: int
     document: pathlib.Path
+    sha256: str  # of the document as it was before it was packed
 
     def entries(self) -> Iterator[Entry]:
         """Its file entries, as those of a document, and as many as the manifest says."""
@@ -170,7 +171,9 @@ class Archive:
 
     def __init__(self, path: Path) -> None:
         self.path = pathlib.Path(path)
-        _members_of(self.path / "archive.json", "quillmere-archive")
+        members = _members_of(self.path / "archive.json", "quillmere-archive")
+        with _reading_keys_of(self.path / "archive.json"):
+            self.server = _text(members, "server")
 
     def sets(self) -> Iterator[BackupSet]:
         """The backup sets, in the order of their files' names."""
@@ -184,11 +187,14 @@ class Archive:
 
     def images(self) -> Iterator[Image]:
         """The images, in the order of their directories' names."""
-        for folder, files in _folders(self.path / "images"):
-            if "manifest.json" in files:
+        top = self.path / "images"
+        for folder, _ in _folders(top):
+            if folder.parent.parent == top:
                 try:
                     image = _image_of(folder)
                 except FileNotFoundError:
+                    if folder.exists():  # it was not pruned just now
+                        raise
                     continue
                 yield image
 
@@ -225,7 +231,7 @@ def _image_of(folder: pathlib.Path) -> Image:
     path = folder / "manifest.json"
     members = _members_of(path, "quillmere-archive image")
     with _reading_keys_of(path):
-        document = members["document"]["file"]
+        document, sha256 = members["document"]["file"], members["document"]["sha256"]
     if document not in (f"{folder.name}.json", f"{folder.name}.json.zst"):
         raise DocumentError(f"{path}: names another document")
     with _reading_keys_of(path):
@@ -233,7 +239,8 @@ def _image_of(folder: pathlib.Path) -> Image:
             **{key: _text(members, key)
                for key in ("server", "client", "policy", "schedule", "backup_id")},
             backup_time=members["backup_time"], size_bytes=members["size_bytes"],
-            files=members["files"], entry_count=members["entries"], document=folder / document)
+            files=members["files"], entry_count=members["entries"], document=folder / document,
+            sha256=sha256)
 
 
 def _members_of(path: pathlib.Path, kind: str) -> dict[str, Any]:

@@ -13,10 +13,9 @@ import sqlite3
 import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
-sys.path.insert(0, str(HERE.parent / "common"))
-from archive_files import (  # noqa: E402
-    LoadError, entries_of, images_of, is_gone, server_of, sets_of)
-from tsv import all_numbers, unescaped, whole_lines  # noqa: E402
+sys.path[:0] = [str(HERE.parent / "common"), str(HERE.parent / "python")]
+from quillmere_archive import Archive  # noqa: E402
+from tsv import LoadError, all_numbers, lines_of, unescaped, whole_lines  # noqa: E402
 
 LONGEST_WAIT = 86400  # seconds, for another load into the same database
 CACHE_SIZE = 256 * 1024  # KiB; the index on paths is written to all over
@@ -59,7 +58,7 @@ def rows(image, number, columns, stream):
         cells = lines.replace(b"\n", b"\t").split(b"\t")
         lengths, *others = (cells[column::columns] for column in range(columns))
         if not all_numbers(lengths):
-            raise LoadError(f"{image.directory}: the length of an entry is no number")
+            raise LoadError(f"{image.document.parent}: the length of an entry is no number")
         if b"\\" in lines:
             others = [map(unescaped, values) for values in others]
         yield zip(itertools.repeat(number), places, map(int, lengths), *others)
@@ -73,8 +72,8 @@ def load_image(database, server, image):
         number = database.execute(
             "INSERT INTO image VALUES (NULL, ?, ?, ?, ?, ?, ?, ?, ?, 0)",
             (*ids_of_series(database, server, image), image.backup_id, image.backup_time,
-             image.sha256, image.entries)).lastrowid
-        with entries_of(image, columns) as stream:
+             image.sha256, image.entry_count)).lastrowid
+        with lines_of(image.document.parent, columns) as stream:
             for piece in rows(image, number, len(columns), stream):
                 database.executemany(insert, piece)
         database.execute("UPDATE image SET bytes = (SELECT ifnull(sum(length), 0) FROM file "
@@ -102,22 +101,22 @@ def replace_sets(database, server, sets):
                          "(SELECT backup_set FROM backup_set WHERE server = ?)", (number,))
         database.execute("DELETE FROM backup_set WHERE server = ?", (number,))
         images = loaded_images(database, server)
-        whole = [one for one in sets if all(member in images for member in one.images)]
+        whole = [one for one in sets if all(member in images for member in one.image_ids)]
         for one in whole:
             backup_set = database.execute(
                 "INSERT INTO backup_set VALUES (NULL, ?, ?, ?, ?, ?, ?, ?)",
                 (*ids_of_series(database, server, one), one.backup_id, one.create_time,
                  str(one.size_bytes))).lastrowid
             database.executemany("INSERT OR IGNORE INTO member VALUES (?, ?)",
-                                 [(backup_set, images[member][0]) for member in one.images])
+                                 [(backup_set, images[member][0]) for member in one.image_ids])
     return len(whole)
 
 
 def load(database, archive):
     """Returns the numbers of images that were loaded, removed, and could not be loaded, and of sets."""
-    server = server_of(archive)
-    sets = sets_of(archive)
-    images = images_of(archive)
+    server = archive.server
+    sets = list(archive.sets())  # before the images: those of a set are there before it is
+    images = sorted(archive.images(), key=lambda image: -image.backup_time)
     known = loaded_images(database, server)
     loaded = removed = failed = 0
     for image in images:
@@ -127,7 +126,7 @@ def load(database, archive):
             load_image(database, server, image)
             loaded += 1
         except LoadError as error:
-            if not is_gone(image):
+            if image.document.parent.exists():  # it was not pruned just now
                 print(error, file=sys.stderr)
                 failed += 1
     number_of_sets = replace_sets(database, server, sets)
@@ -144,7 +143,7 @@ def main(database_path, archive):
                                             isolation_level=None)) as database:
         database.execute(f"PRAGMA cache_size = -{CACHE_SIZE}")
         database.executescript((HERE / "schema.sql").read_text(encoding="ascii"))
-        loaded, removed, failed, sets = load(database, archive)
+        loaded, removed, failed, sets = load(database, Archive(archive))
     print(f"{loaded} images loaded, {removed} removed, {failed} failed; {sets} sets")
     return 1 if failed else 0
 

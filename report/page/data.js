@@ -26,19 +26,20 @@ class Column {
   at(line) {
     return this.text.slice(this.starts[line], this.starts[line + 1] - 1);
   }
+}
 
-  /** The line in which this place is; it is no line before `from`. */
-  lineOf(place, from) {
-    let step = 1;
-    while (from + step < this.length && this.starts[from + step] <= place) {
-      from += step;
-      step *= 2;
-    }
-    for (; step >= 1; step /= 2) {
-      if (from + step < this.length && this.starts[from + step] <= place) from += step;
-    }
-    return from;
+/** The line in which a place is, from where lines start; it is no line before `from`. */
+function lineAt(starts, place, from) {
+  const length = starts.length - 1;
+  let step = 1;
+  while (from + step < length && starts[from + step] <= place) {
+    from += step;
+    step *= 2;
   }
+  for (; step >= 1; step /= 2) {
+    if (from + step < length && starts[from + step] <= place) from += step;
+  }
+  return from;
 }
 
 const IN_TABLE = ["path", "length", "filenum", "data"];

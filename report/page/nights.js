@@ -135,7 +135,7 @@ function nightsView(model, openImage) {
   }
 
   function dates(from, to) {
-    const all = [];
+    const all = [put(make("span", {className: "corner"}), {width: names})];
     for (let at = Math.max(0, from - 7); at <= Math.min(to, columns.length - 1); ++at) {
       const place = {left: names + at * width};
       if (columns[at] === null) all.push(put(make("span", {className: "tick"}, "?"), place));

@@ -4,11 +4,10 @@
  * of the others is where it is found first.
  */
 class Glob {
-  static ANY = -1;
-  static STAR = -2;
+  static STAR = null;
 
   constructor(text) {
-    this.tokens = [];  // a byte, ANY, STAR, or a set of bytes
+    this.tokens = [];  // STAR, or 256 numbers: 1 of each byte that it takes
     this.impossible = false;
     const bytes = bytesOf(text);
     for (let at = 0; at < bytes.length; ++at) {
@@ -16,32 +15,27 @@ class Glob {
       if (sign === "*") {
         this.tokens.push(Glob.STAR);
       } else if (sign === "?") {
-        this.tokens.push(Glob.ANY);
+        this.tokens.push(new Uint8Array(256).fill(1));
       } else if (sign === "[") {
         at = this.takeSet(bytes, at);
       } else {
         if (sign === "\\" && ++at === bytes.length) this.impossible = true;
-        else this.tokens.push(bytes[at]);
+        else this.takeByte(bytes[at]);
       }
     }
-    this.literal = this.longestLiteral();
-    this.cut();
-  }
-
-  cut() {
     const segments = [[]];
     for (const token of this.tokens) {
       if (token === Glob.STAR) segments.push([]);
       else segments.at(-1).push(token);
     }
-    const made = segments.map((tokens) => ({tokens, length: tokens.length,
-      literal: tokens.every((token) => token >= 0) ? String.fromCharCode(...tokens) : null}));
+    const made = segments.map((tokens) => new Segment(tokens));
     this.first = made[0];
     this.last = made.length > 1 ? made.at(-1) : null;
     this.inner = made.slice(1, -1).filter((segment) => segment.length > 0);
-    // *literal*: whatever has the literal in it matches.
-    this.isLiteral = this.last !== null && this.first.length + this.last.length === 0
-      && this.inner.length === 1 && this.inner[0].literal === this.literal;
+  }
+
+  takeByte(byte) {
+    this.tokens.push(new Uint8Array(256).fill(1, byte, byte + 1));
   }
 
   /** Takes the set that begins at `start`, or the bracket itself where no set does; returns its end. */
@@ -56,7 +50,7 @@ class Glob {
     if (negated) ++at;
     for (let first = true; ; first = false) {
       if (at >= text.length) {
-        this.tokens.push(bytes[start]);
+        this.takeByte(bytes[start]);
         return start;
       }
       if (text[at] === "]" && !first) break;
@@ -81,62 +75,40 @@ class Glob {
     this.tokens.push(negated ? set.map((one) => 1 - one) : set);
     return start + at;
   }
+}
 
-  /** The longest text of ASCII that each path has in it that matches. */
-  longestLiteral() {
-    let longest = "", text = "";
-    for (const token of [...this.tokens, Glob.STAR]) {
-      if (typeof token === "number" && token >= 0 && token < 0x80 && token !== 10 && token !== 0) {
-        text += String.fromCharCode(token);
-      } else {
-        if (text.length > longest.length) longest = text;
-        text = "";
-      }
-    }
-    return longest;
+/** Tokens that stand behind each other. */
+class Segment {
+  constructor(tokens) {
+    this.length = tokens.length;
+    this.table = new Uint8Array(256 * tokens.length);
+    tokens.forEach((token, at) => this.table.set(token, 256 * at));
+    const single = tokens.every((token) => token.indexOf(1) === token.lastIndexOf(1) && token.includes(1));
+    this.literal = single ? String.fromCharCode(...tokens.map((token) => token.indexOf(1))) : null;
+    this.next = -1;  // where the literal was found last
   }
 
-  static isAt({literal, tokens}, text, place) {
-    if (literal !== null) return text.startsWith(literal, place);
-    for (let at = 0; at < tokens.length; ++at) {
-      const token = tokens[at], code = text.charCodeAt(place + at);
-      if (token !== Glob.ANY && token !== code && !(typeof token === "object" && token[code] === 1)) {
-        return false;
-      }
+  isAt(bytes, place) {
+    for (let at = 0; at < this.length; ++at) {
+      if (this.table[256 * at + bytes[place + at]] === 0) return false;
     }
     return true;
   }
 
-  static find(segment, text, place) {
-    if (segment.literal !== null) return text.indexOf(segment.literal, place);
-    const [set] = segment.tokens;
-    if (segment.length === 1 && typeof set === "object") {
-      while (place < text.length && set[text.charCodeAt(place)] !== 1) ++place;
-      return place < text.length ? place : -1;
+  /** The first place from `place` on, beyond `end` if there is none before it; never less than last time. */
+  find({text, bytes}, place, end) {
+    if (this.literal !== null) {
+      if (this.next < place) {
+        const found = text.indexOf(this.literal, place);
+        this.next = found < 0 ? Infinity : found;
+      }
+      return this.next;
     }
-    for (; place + segment.length <= text.length; ++place) {
-      if (Glob.isAt(segment, text, place)) return place;
+    const {table} = this;
+    for (const last = end - this.length; place <= last; ++place) {
+      if (table[bytes[place]] === 1 && (this.length === 1 || this.isAt(bytes, place))) return place;
     }
-    return -1;
-  }
-
-  /** Whether [from, to) of a text matches, in which each character is a byte. */
-  matches(text, from, to) {
-    const {first, last, inner} = this;
-    if (!last) return to - from === first.length && Glob.isAt(first, text, from);
-    const end = to - last.length;
-    if (from + first.length > end || !Glob.isAt(first, text, from) || !Glob.isAt(last, text, end)) {
-      return false;
-    }
-    if (inner.length === 0) return true;
-    const between = text.slice(from + first.length, end);
-    let place = 0;
-    for (const segment of inner) {
-      place = Glob.find(segment, between, place);
-      if (place < 0) return false;
-      place += segment.length;
-    }
-    return true;
+    return end;
   }
 }
 
@@ -151,16 +123,46 @@ function bytesOf(text) {
   return bytes;
 }
 
+/** Paths as the bytes that they stand for, and as a text in which each character is one of these. */
+class PathBytes {
+  constructor(paths) {
+    this.text = paths.text;
+    this.bytes = new TextEncoder().encode(paths.text);
+    this.starts = paths.starts;  // of each path; one before the next one, it ends
+    if (this.bytes.length > paths.text.length) this.bringTogether(paths.length);
+  }
+
+  /** Where characters take several bytes: finds where paths start, and makes one of each carried byte. */
+  bringTogether(length) {
+    const CHUNK = 8192;  // arguments of a call
+    const {bytes} = this, starts = new Uint32Array(length + 1), texts = [];
+    let to = 0, line = 0;
+    for (let from = 0; from < bytes.length; ++from) {
+      const byte = bytes[from];
+      if (byte === 0xF4 && bytes[from + 1] === 0x8F && bytes[from + 2] >= 0xBC) {  // from CARRIED on
+        bytes[to++] = (bytes[from + 2] & 3) << 6 | bytes[from + 3] & 0x3F;
+        from += 3;
+      } else {
+        bytes[to++] = byte;
+        if (byte === 10 && line < length) starts[++line] = to;
+      }
+    }
+    for (let from = 0; from < to; from += CHUNK) {
+      texts.push(String.fromCharCode(...bytes.subarray(from, Math.min(from + CHUNK, to))));
+    }
+    this.text = texts.join("");
+    this.starts = starts;
+  }
+}
+
 /** Finds the paths of one image. */
 class PathSearch {
   constructor(paths) {
-    this.paths = paths;
     this.found = new Uint8Array(paths.length);  // 1 for each line that was found last
-    this.bytes = new Map();  // of lines that hold more than ASCII
+    this.bytes = new PathBytes(paths);
     // Escapes can be searched for as they are seen.
     const plain = !/[^\n -~]/.test(paths.text);
     const text = plain ? paths.text : paths.text.replace(/[^\n -~]+/g, seen);
-    this.ascii = plain || !/[^\0-\x7F]/.test(paths.text);
     this.folded = new Column(text.toLowerCase(), paths.length);
   }
 
@@ -172,57 +174,48 @@ class PathSearch {
       return end - first;
     }
     return /[*?[]/.test(query) ? this.glob(new Glob(query), first, end)
-      : this.walk(this.folded, query.toLowerCase(), first, end, () => true);
+      : this.text(query.toLowerCase(), first, end);
   }
 
-  /** Looks at each line that has `literal` in it once. */
-  walk(column, literal, first, end, accept) {
-    const {text, starts} = column;
+  text(query, first, end) {
+    const {text, starts} = this.folded;
     const limit = starts[end];
     let count = 0;
-    for (let line = first; line < end;) {
-      const place = text.indexOf(literal, starts[line]);
-      if (place < 0 || place >= limit) break;
-      if (place >= starts[line + 1]) line = column.lineOf(place, line + 1);
-      if (accept(line)) {
-        this.found[line] = 1;
-        ++count;
-      }
-      ++line;
-    }
-    return count;
-  }
-
-  glob(glob, first, end) {
-    if (glob.impossible) return 0;
-    const {text, starts} = this.paths;
-    const accept = (line) => {
-      const bytes = this.ascii ? null : this.bytesOf(line);
-      return bytes === null ? glob.matches(text, starts[line], starts[line + 1] - 1)
-        : glob.matches(bytes, 0, bytes.length);
-    };
-    if (glob.literal) {
-      return this.walk(this.paths, glob.literal, first, end, glob.isLiteral ? () => true : accept);
-    }
-    let count = 0;
     for (let line = first; line < end; ++line) {
-      if (accept(line)) {
-        this.found[line] = 1;
-        ++count;
-      }
+      const place = text.indexOf(query, starts[line]);
+      if (place < 0 || place >= limit) break;
+      if (place >= starts[line + 1]) line = lineAt(starts, place, line + 1);
+      this.found[line] = 1;
+      ++count;
     }
     return count;
   }
 
-  /** A path that holds more than ASCII, each byte a character; null of any other. */
-  bytesOf(line) {
-    let bytes = this.bytes.get(line);
-    if (bytes === undefined) {
-      const path = this.paths.at(line);
-      bytes = /[^\0-\x7F]/.test(path)
-        ? bytesOf(path).map((byte) => String.fromCharCode(byte)).join("") : null;
-      this.bytes.set(line, bytes);
+  glob(glob, begin, end) {
+    if (glob.impossible) return 0;
+    const {first, inner, last} = glob, {bytes, starts} = this.bytes;
+    let count = 0;
+    for (let line = begin; line < end; ++line) {
+      const to = starts[line + 1] - 1 - (last?.length ?? 0);
+      let place = starts[line] + first.length;
+      if (last === null ? place !== to : place > to) continue;
+      if (!first.isAt(bytes, starts[line]) || !(last?.isAt(bytes, to) ?? true)) continue;
+      let missing = null;
+      for (const segment of inner) {
+        const at = segment.find(this.bytes, place, to);
+        if (at + segment.length > to) {
+          missing = segment;
+          break;
+        }
+        place = at + segment.length;
+      }
+      if (missing === null) {
+        this.found[line] = 1;
+        ++count;
+      } else if (missing.next >= starts[line + 1]) {  // no line before that has it
+        line = missing.next < starts[end] ? lineAt(starts, missing.next, line + 1) - 1 : end;
+      }
     }
-    return bytes;
+    return count;
   }
 }

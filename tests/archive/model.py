@@ -8,6 +8,7 @@ import json
 import os
 import pathlib
 import re
+import string
 import subprocess
 import sys
 import tempfile
@@ -17,6 +18,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "e2e"))
 from host_product import UNITS, HostProduct, make_catalogue  # noqa: E402,F401
 
 PROGRAM = "quillmere-archive 1.0.0"
+PLAIN = f"{string.ascii_letters}{string.digits}_-".encode()  # in names of files
 # What differs from run to run.
 CHANGING = re.compile(rb'^( *"(?:exported|exported_utc|export_seconds|created|created_utc|pruned|'
                       rb'pruned_utc)": ).*?(,?)$', re.MULTILINE)
@@ -30,7 +32,7 @@ def raw(text):
 def file_name(text):
     name = raw(text)
     encoded = "".join(
-        chr(byte) if re.match(rb"[A-Za-z0-9_-]", bytes([byte])) or (byte == ord(".") and place)
+        chr(byte) if byte in PLAIN or (byte == ord(".") and place)
         else f"%{byte:02X}" for place, byte in enumerate(name)) or "%"
     if len(encoded) > 200:
         return encoded[:100] + "%" + hashlib.sha256(name).hexdigest()

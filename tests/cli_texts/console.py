@@ -13,12 +13,12 @@ sys.path.append(str(ROOT / "tests/e2e"))
 from host_product import make_catalogue
 
 
-def blocks_of_markdown(path, prompt):
-    """The indented blocks of a document in which a line begins with the prompt."""
+def blocks_of_markdown(path, prompt=""):
+    """The indented blocks of a document in which a line begins with the prompt, if there is one."""
     text = (ROOT / path).read_text(encoding="utf-8")
     blocks = re.findall(r"(?<=\n\n)(?: {4}.*\n)+(?=\n)", text)
     return [re.sub("^ {4}", "", block, flags=re.MULTILINE) for block in blocks
-            if f"\n    {prompt} " in "\n" + block]
+            if not prompt or f"\n    {prompt} " in "\n" + block]
 
 
 def commands(block, prompt="$"):

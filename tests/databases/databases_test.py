@@ -4,8 +4,10 @@ into two ClickHouse shards, and each question is asked of both. What they hold a
 answers by hand, with what the product's own commands print, and with each other."""
 
 import argparse
+import concurrent.futures
 import contextlib
 import doctest
+import functools
 import json
 import os
 import pathlib
@@ -40,17 +42,19 @@ def setUpModule():
 
 
 class Shards:
-    """Two ClickHouse servers."""
+    """Two ClickHouse servers, started as the README says."""
 
     def __init__(self):
         self.folder = tempfile.TemporaryDirectory(prefix="shards-")
         self.ports = free_ports(2)
         environment = {f"QUILLMERE_SHARD_{number}": port for number, port in enumerate(self.ports, 1)}
-        # They live until this process closes the pipe, or is no more.
+        (command,) = [shown for shown, _ in shown_by("examples/clickhouse/README.md") if "two_shards" in shown]
+        # The shell that it runs lives until this process closes the pipe, or is no more.
         self.process = subprocess.Popen(
-            [OPTIONS.examples / "clickhouse/two_shards.sh", self.folder.name, "sh", "-c",
-             "echo ready; cat"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-            env=os.environ | environment)
+            command.replace("/srv/shards", self.folder.name).split(), stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE, cwd=OPTIONS.examples.parent, env=os.environ | environment)
+        self.process.stdin.write(b"echo ready\n")
+        self.process.stdin.flush()
         ready = self.process.stdout.readline()
         if ready != b"ready\n":
             self.end()
@@ -71,8 +75,14 @@ class Shards:
 
     def make_empty(self):
         schema = (OPTIONS.examples / "clickhouse/schema.sql").read_text()
-        for shard in (0, 1):
-            self.query(shard, "DROP DATABASE quillmere;" + schema)
+        at_once(*(functools.partial(self.query, shard, "DROP DATABASE quillmere;" + schema)
+                  for shard in (0, 1)))
+
+
+def at_once(*calls):
+    """What each of these functions returns."""
+    with concurrent.futures.ThreadPoolExecutor(len(calls)) as threads:
+        return tuple(one.result() for one in [threads.submit(call) for call in calls])
 
 
 def free_ports(count):
@@ -81,6 +91,11 @@ def free_ports(count):
         for one in sockets:
             one.bind(("127.0.0.1", 0))
         return [str(one.getsockname()[1]) for one in sockets]
+
+
+def shown_by(readme):
+    """The commands that it shows, and what they print."""
+    return console.commands("\n\n".join(console.blocks_of_markdown(readme, "$")))
 
 
 def unescaped(text):
@@ -97,18 +112,16 @@ def report(loaded=0, removed=0, failed=0, sets=0):
     return f"{loaded} images loaded, {removed} removed, {failed} failed; {sets} sets\n".encode()
 
 
-class Databases(unittest.TestCase):
-    """A database and two empty shards for each test."""
+class Examples(unittest.TestCase):
+    """A folder for each test."""
 
     maxDiff = 4000
-    asked = 0  # the shard that was asked last
 
     def setUp(self):
         directory = tempfile.TemporaryDirectory(prefix="databases-")
         self.addCleanup(directory.cleanup)
         self.folder = pathlib.Path(directory.name).resolve()
         self.database = self.folder / "catalogue.db"
-        SHARDS.make_empty()
 
     def example(self, name, *arguments, **environment):
         """Runs a program of the examples; returns its status, standard output and standard error."""
@@ -120,8 +133,20 @@ class Databases(unittest.TestCase):
 
     def load(self, archive, shard, **environment):
         """What both loaders do with an archive."""
-        return (self.example("sqlite/load.py", self.database, archive, **environment),
-                self.example("clickhouse/load.py", archive, *SHARDS.options(shard), **environment))
+        return at_once(
+            functools.partial(self.example, "sqlite/load.py", self.database, archive, **environment),
+            functools.partial(self.example, "clickhouse/load.py", archive, *SHARDS.options(shard),
+                              **environment))
+
+
+class Databases(Examples):
+    """And two empty shards."""
+
+    asked = 0  # the shard that was asked last
+
+    def setUp(self):
+        super().setUp()
+        SHARDS.make_empty()
 
     def assert_loads(self, archive, shard, status=0, stderr=b"", **numbers):
         for result in self.load(archive, shard):
@@ -130,9 +155,10 @@ class Databases(unittest.TestCase):
     def ask(self, question, *arguments):
         """The rows of the answer, from the database and from the one shard or the other."""
         self.asked = 1 - self.asked
-        answers = [self.example("sqlite/ask.py", self.database, question, *arguments),
-                   self.example("clickhouse/ask.py", question, *arguments,
-                                *SHARDS.options(self.asked))]
+        answers = at_once(
+            functools.partial(self.example, "sqlite/ask.py", self.database, question, *arguments),
+            functools.partial(self.example, "clickhouse/ask.py", question, *arguments,
+                              *SHARDS.options(self.asked)))
         tables = []
         for status, stdout, stderr in answers:
             self.assertEqual((status, stderr), (0, b""))
@@ -195,12 +221,13 @@ class ByHand(Databases):
         self.assert_loads(self.north.path, 0, loaded=5, sets=3)
         self.assert_loads(self.south.path, 1, loaded=1, sets=1)
 
-    def test_each_question(self):
+    def test_each_question_and_loading_again(self):
         self.load_both()
         for check in (self.check_who_holds_a_path, self.check_every_version_of_a_path,
                       self.check_the_largest_files_and_folders, self.check_growth,
                       self.check_what_left_between_two_full_backups,
-                      self.check_nights_without_a_set, self.check_files_on_more_than_one_server):
+                      self.check_nights_without_a_set, self.check_files_on_more_than_one_server,
+                      self.check_that_loading_again_changes_nothing):
             with self.subTest(check.__name__):
                 check()
 
@@ -274,8 +301,7 @@ class ByHand(Databases):
                            (2, 10, b"/etc/hosts"))
         self.assert_answer(("spread", "11", "5"), ("servers", "length", "path"))
 
-    def test_loading_again_changes_nothing(self):
-        self.load_both()
+    def check_that_loading_again_changes_nothing(self):
         before = self.files()
         self.assert_loads(self.north.path, 0, sets=3)
         self.assert_loads(self.south.path, 1, sets=1)
@@ -409,7 +435,7 @@ class ByHand(Databases):
 
     def test_more_columns_come_with_the_schema(self):
         copy = self.folder / "examples"
-        for name in ("common", "sqlite"):
+        for name in ("common", "python", "sqlite"):
             shutil.copytree(OPTIONS.examples / name, copy / name)
         schema = copy / "sqlite/schema.sql"
         text = schema.read_text()
@@ -431,25 +457,25 @@ class Catalogues(Databases):
 
     CLIENTS = {b"one": 2, b"two": 3}  # two of them are the same
 
-    def setUp(self):
-        super().setUp()
-        self.archives, self.expected, self.sets = [], [], []
-        for server, clients in self.CLIENTS.items():
+    @classmethod
+    def setUpClass(cls):
+        folder = pathlib.Path(cls.enterClassContext(tempfile.TemporaryDirectory(prefix="catalogues-")))
+        cls.archives, cls.expected, cls.sets = [], [], []
+        for server, clients in cls.CLIENTS.items():
             make_catalogue(OPTIONS.generator, OPTIONS.root, seed=11, clients=clients, policies=3,
                            nights=10, entries=60)
             product = HostProduct(OPTIONS.root)
-            archive = self.folder / server.decode()
+            archive = folder / server.decode()
             subprocess.run([OPTIONS.program, "init", "--server", server, archive], check=True)
             subprocess.run([OPTIONS.program, "sync", "--quiet", archive], check=True)
             images = [image.backup_id for image in product.images() if image.files != 0]
-            self.archives.append(archive)
-            self.sets.append(len(product.sets()))
+            cls.archives.append(archive)
+            cls.sets.append(len(product.sets()))
             for backup_id in images:
                 for line in product.entry_lines(backup_id):
                     fields = line.split(b"\t")
-                    self.expected.append((server, backup_id.encode(), int(fields[1]), fields[9]))
-            self.expected.sort()
-        self.assertGreater(len(self.expected), 10000)
+                    cls.expected.append((server, backup_id.encode(), int(fields[1]), fields[9]))
+            cls.expected.sort()
 
     def images(self, archive):
         return len(list(archive.glob("images/*/*")))
@@ -459,6 +485,7 @@ class Catalogues(Databases):
             self.assert_loads(archive, shard, loaded=self.images(archive), sets=self.sets[shard])
 
     def test_all_of_it_arrives_and_both_answer_alike(self):
+        self.assertGreater(len(self.expected), 10000)
         self.load_all()
         self.assertEqual(self.files(), self.expected)
         newest = max(row[1].rpartition(b"_")[2] for row in self.expected).decode()
@@ -541,7 +568,7 @@ exec {OPTIONS.program} "$@"
                               check=True, stdout=subprocess.PIPE).stdout
 
 
-class CommandLines(Databases):
+class CommandLines(Examples):
     def questions(self, folder):
         text = (OPTIONS.examples / folder / "questions.sql").read_text()
         return ("the questions:\n"
@@ -629,10 +656,13 @@ class CommandLines(Databases):
 class Readmes(Databases, console.Console):
     """What the two README files show of a shell happens like that."""
 
+    FOLDERS = ("/opt", "/srv")
+
     def setUp(self):
         Databases.setUp(self)
         console.Console.setUp(self)
-        (self.directory / "examples").symlink_to(OPTIONS.examples.resolve())
+        for examples in ("examples", "opt/examples"):
+            (self.directory / examples).symlink_to(OPTIONS.examples.resolve())
         self.script("quillmere-archive", f'exec {OPTIONS.program} "$@"')
         north, south = self.server("north"), self.server("south")
         self.fill_north(north)
@@ -654,8 +684,7 @@ class Readmes(Databases, console.Console):
         archive.set("alpha", "Daily", "full", day(3, 2), *members)
 
     def assert_happens(self, readme, shown, replaced=None):
-        text = "\n\n".join(console.blocks_of_markdown(readme, "$"))
-        found = console.commands(text)
+        found = [pair for pair in shown_by(readme) if "two_shards" not in pair[0]]
         self.assertEqual(len(found), shown)
         for command, expected in found:
             with self.subTest(command):
@@ -667,11 +696,15 @@ class Readmes(Databases, console.Console):
         self.fill_north(self.server("north", "archive"))
         self.assert_happens("examples/sqlite/README.md", 3)
         self.assertEqual((self.directory / "srv/catalogue.db").stat().st_mode, 0o100600)
+        (cron,) = re.findall(r"^    0 8 \* \* \*  quillmere-archive  (.*)$",
+                             (console.ROOT / "examples/sqlite/README.md").read_text(encoding="utf-8"),
+                             re.MULTILINE)
+        (self.directory / "srv/catalogue.db").unlink()
+        self.assertEqual(self.shell(cron), (0, "", ""))
+        self.assertTrue((self.directory / "srv/catalogue.db").exists())
 
     def test_of_clickhouse(self):
-        replaced = dict(zip(("9001", "9002"), SHARDS.ports)) | {
-            "examples/clickhouse/two_shards.sh /srv/shards bash": "echo"}
-        self.assert_happens("examples/clickhouse/README.md", 4, replaced)
+        self.assert_happens("examples/clickhouse/README.md", 3, dict(zip(("9001", "9002"), SHARDS.ports)))
 
 
 if __name__ == "__main__":

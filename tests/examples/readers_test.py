@@ -361,6 +361,7 @@ class PythonArchive(Case):
         raw = os.fsencode
         images = {image.backup_id: image for image in product.images() if image.files}
         self.assertGreater(len(images), 20)
+        self.assertEqual(archive.server, b"caf\xe9")
         found = list(archive.images())
         self.assertEqual(sorted(image.backup_id for image in found), sorted(map(raw, images)))
         for places in ([(image.client, image.backup_id) for image in found],
@@ -417,10 +418,11 @@ class PythonArchive(Case):
         names = {"server": "s", "client": "caf\ufffd", "client_base64": "Y2Fm6Q==", "policy": "P1",
                  "schedule": "full", "backup_id": "caf\ufffd_7", "backup_id_base64": "Y2Fm6V83"}
         self.manifest = {"format": "quillmere-archive image", "version": 1, **names, "backup_time": 7,
-                         "size_bytes": 1024, "files": 1, "document": {"file": "caf%E9_7.json"}, "entries": 1}
+                         "size_bytes": 1024, "files": 1,
+                         "document": {"file": "caf%E9_7.json", "sha256": "9f86d0"}, "entries": 1}
         self.manifest_path = folder / "manifest.json"
         self.set_path = archive / "sets/caf%E9/P1/full/7.json"
-        self.write("small/archive.json", b'{"format": "quillmere-archive", "version": 1}\n')
+        self.write("small/archive.json", b'{"format": "quillmere-archive", "version": 1, "server": "s"}\n')
         (folder / "caf%E9_7.json").write_bytes(document(entry(b"\xff")))
         self.manifest_path.write_text(json.dumps(self.manifest))
         self.set_path.write_text(json.dumps(
@@ -431,8 +433,8 @@ class PythonArchive(Case):
     def test_names_that_are_no_utf_8(self):
         archive = self.small()
         (image,), (one,) = archive.images(), archive.sets()
-        self.assertEqual((image.client, image.backup_id, one.client, one.image_ids),
-                         (b"caf\xe9", b"caf\xe9_7", b"caf\xe9", (b"caf\xe9_7",)))
+        self.assertEqual((image.client, image.backup_id, image.sha256, one.client, one.image_ids),
+                         (b"caf\xe9", b"caf\xe9_7", "9f86d0", b"caf\xe9", (b"caf\xe9_7",)))
         self.assertEqual(archive.image(one.image_ids[0]), image)
         self.assertEqual([entry.path for entry in image.entries()], [b"\xff"])
 
@@ -456,7 +458,8 @@ class PythonArchive(Case):
                 (with_(document=None), "a key is missing or wrong"),
                 (with_(policy=1), "a key is missing or wrong"),
                 (with_(client_base64="="), "a key is missing or wrong"),
-                (with_(document={"file": "../../../archive.json"}), "names another document")):
+                (with_(document={"file": "caf%E9_7.json"}), "a key is missing or wrong"),
+                (with_(document={"file": "../../../archive.json", "sha256": ""}), "names another document")):
             with self.subTest(text):
                 assert_refused(self.manifest_path, text, message, lambda: list(archive.images()))
         assert_refused(self.set_path, '{"format": "quillmere-archive set", "version": 1}',
@@ -464,8 +467,16 @@ class PythonArchive(Case):
         assert_refused(archive.path / "archive.json", '{"format": "quillmere-archive", "version": 2}',
                        "format version 2 is newer than this program",
                        lambda: quillmere_archive.Archive(archive.path))
+        assert_refused(archive.path / "archive.json", '{"format": "quillmere-archive", "version": 1}',
+                       "a key is missing or wrong", lambda: quillmere_archive.Archive(archive.path))
         with self.assertRaises(FileNotFoundError):
             quillmere_archive.Archive(self.directory)
+
+    def test_an_image_without_a_manifest_is_not_passed_over(self):
+        archive = self.small()
+        self.manifest_path.unlink()
+        with self.assertRaises(FileNotFoundError):
+            list(archive.images())
 
     def test_entries_that_the_manifest_does_not_count(self):
         archive = self.small()

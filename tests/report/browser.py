@@ -156,6 +156,21 @@ class Browser(contextlib.ExitStack):
     def active(self):
         return self.script(ACTIVE)
 
+    def bring_and_click(self, selector, block):
+        """Scrolls an element to where `block` says, and clicks on what is there once all is drawn anew."""
+        self.driver.execute_async_script("""
+            const [selector, block, done] = arguments;
+            const painted = () => new Promise((go) =>
+              requestAnimationFrame(() => requestAnimationFrame(go)));
+            (async () => {
+              await painted();
+              document.querySelector(selector).scrollIntoView({block});
+              await painted();
+              done();
+            })();
+        """, selector, block)
+        self.find(selector).click()
+
     def press(self, *keys):
         """Types keys where the focus is."""
         self.driver.switch_to.active_element.send_keys(*keys)

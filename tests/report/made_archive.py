@@ -3,6 +3,7 @@
 import hashlib
 import json
 import pathlib
+import re
 import subprocess
 import sys
 
@@ -16,13 +17,17 @@ MONDAY = 1788134400  # 2026-08-31 00:00 UTC
 MADE = MONDAY + 28 * DAY  # when the pages of the tests are made: 2026-09-28 00:00 UTC
 
 
+ESCAPES = {b"\\": b"\\\\", b'"': b'\\"', b"/": b"\\/", b"\n": b"\\n", b"\t": b"\\t", b"\x1b": b"\\u001B"}
+ROW = (b"        {\n" + b",\n".join(
+    b'            "%s": "%s"' % (key.encode(), {"filenum": b"%d", "length": b"%b", "path": b"%b", "data": b"%b"}
+                                 .get(key, b"%d" % at)) for at, key in enumerate(ENTRY_KEYS, -1))
+       + b"\n        }")
+
+
 def json_bytes(value):
     """A text as it stands in a document."""
     value = raw(value) if isinstance(value, str) else value
-    for byte, escape in ((b"\\", b"\\\\"), (b'"', b'\\"'), (b"/", b"\\/"), (b"\n", b"\\n"),
-                         (b"\t", b"\\t"), (b"\x1b", b"\\u001B")):
-        value = value.replace(byte, escape)
-    return value
+    return re.sub(rb'[\\"/\n\t\x1b]', lambda found: ESCAPES[found[0]], value)
 
 
 def document(entries):
@@ -31,11 +36,7 @@ def document(entries):
     for number, entry in enumerate(entries, start=1):
         path, *rest = entry if isinstance(entry, tuple) else (entry,)
         length, data = (*rest, *(1, "owner")[len(rest):])
-        values = [b"%d" % number, str(length).encode(), b"1", b"2", b"3", b"4", b"5", b"6", b"7",
-                  json_bytes(path), json_bytes(data)]
-        rows.append(b"        {\n" + b",\n".join(
-            b'            "%s": "%s"' % (key.encode(), value)
-            for key, value in zip(ENTRY_KEYS, values)) + b"\n        }")
+        rows.append(ROW % (number, str(length).encode(), json_bytes(path), json_bytes(data)))
     array = b"[\n" + b",\n".join(rows) + b"\n    ]" if rows else b'""'
     return b'{\n    "backup_id": "x",\n    "fentries": ' + array + b"\n}\n"
 
