@@ -112,7 +112,7 @@ constexpr auto kNextField = [] {
   return replacements;
 }();
 
-/// The escapes of the special bytes, by their values.
+/// The escapes of the special bytes, by their values. No field has a tab or a newline in it.
 constexpr auto kEscapes = [] {
   constexpr std::string_view kHexDigits = "0123456789ABCDEF";
   std::array<Replacement<16>, '\\' + 1> escapes;
@@ -122,9 +122,7 @@ constexpr auto kEscapes = [] {
   }
   escapes['\b'] = MakeReplacement<16>("\\b");
   escapes['\f'] = MakeReplacement<16>("\\f");
-  escapes['\n'] = MakeReplacement<16>("\\n");
   escapes['\r'] = MakeReplacement<16>("\\r");
-  escapes['\t'] = MakeReplacement<16>("\\t");
   escapes['"'] = MakeReplacement<16>("\\\"");
   escapes['/'] = MakeReplacement<16>("\\/");
   escapes['\\'] = MakeReplacement<16>("\\\\");
