@@ -37,9 +37,10 @@ void Progress::Exported(std::string_view backup_id, std::uint64_t files, std::ui
   }
 }
 
-void Progress::Failed(std::uint64_t files) {
+void Progress::Failed(std::string_view backup_id, std::uint64_t files, std::string_view reason) {
   ++images_done_;
   files_done_ += files;
+  Complain(backup_id, "failed: " + std::string(reason));
 }
 
 void Progress::Say(std::string_view backup_id, std::string_view text) {

@@ -29,11 +29,10 @@ class Progress {
   /// So many images with so many files altogether are to come.
   void Begin(std::size_t images, std::uint64_t files);
 
-  /// One of them, which was listed with `files`, was exported or failed. Why it failed, Complain
-  /// says once that is known.
+  /// One of them, which was listed with `files`, was exported or failed.
   void Exported(std::string_view backup_id, std::uint64_t files, std::uint64_t entries,
                 std::uint64_t bytes);
-  void Failed(std::uint64_t files);
+  void Failed(std::string_view backup_id, std::uint64_t files, std::string_view reason);
 
   /// A line about an image, on standard output: "ID: TEXT".
   void Say(std::string_view backup_id, std::string_view text);

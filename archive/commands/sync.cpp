@@ -100,12 +100,6 @@ struct Job {
         process([this](int results) { ExportImage(request, staging, results); }) {}
 };
 
-/// An image that was not exported.
-struct Failure {
-  const BackupImage* image;
-  std::string reason;
-};
-
 /// The exports of one run.
 class Exports {
  public:
@@ -130,8 +124,7 @@ class Exports {
 
   /// Images that were not begun.
   [[nodiscard]] std::size_t left_out() const { return left_out_; }
-  /// Nothing was said of them yet: they may have expired.
-  [[nodiscard]] const std::vector<Failure>& failures() const { return failures_; }
+  [[nodiscard]] const std::vector<const BackupImage*>& failed() const { return failed_; }
   [[nodiscard]] const std::vector<const BackupImage*>& exported() const { return exported_; }
 
  private:
@@ -239,9 +232,9 @@ class Exports {
   }
 
   void Fail(const BackupImage& image, const std::string& reason) {
-    failures_.push_back({&image, reason});
+    failed_.push_back(&image);
     ++counts_->failed;
-    progress_->Failed(FilesOf(image));
+    progress_->Failed(image.backup_id, FilesOf(image), reason);
   }
 
   void EndAll() {
@@ -258,7 +251,7 @@ class Exports {
   Progress* progress_;
   SyncCounts* counts_;
   std::list<Job> jobs_;
-  std::vector<Failure> failures_;
+  std::vector<const BackupImage*> failed_;
   std::vector<const BackupImage*> exported_;
   std::size_t left_out_ = 0;
 };
@@ -312,17 +305,14 @@ class SyncRun {
     }
     progress_.Begin(images.size(), files);
     Exports exports(options_, &store_, signals_, &progress_, &counts_);
-    try {
-      exports.Run(images);
-    } catch (const ArchiveError&) {
-      TellFailures(exports.failures());
-      throw;
-    }
+    exports.Run(images);
     ClearStaging();
     for (const BackupImage* const image : exports.exported()) {
       held_.insert(ImageNameOf(image->backup_id));
     }
-    TellFailures(exports.failures());
+    if (signals_->Received() == 0 && !exports.failed().empty()) {
+      TellExpired(exports.failed());
+    }
     if (signals_->Received() != 0) {
       return kSignalled + signals_->Received();
     }
@@ -349,37 +339,23 @@ class SyncRun {
   }
 
   /// What the product lists no more was lost to nobody.
-  void TellFailures(const std::vector<Failure>& failures) {
-    if (failures.empty()) {
+  void TellExpired(const std::vector<const BackupImage*>& failed) {
+    Listing again = ListCatalogue(options_.timeout, signals_);
+    if (!again.failure.empty()) {
       return;
     }
-    if (signals_->Received() == 0) {
-      ListAgain();
-    }
     std::unordered_set<std::string_view> listed;
-    for (const BackupImage& image : (newest_listing_ ? *newest_listing_ : listing_).images) {
+    for (const BackupImage& image : again.images) {
       listed.insert(image.backup_id);
     }
-    for (const auto& [image, reason] : failures) {
-      if (listed.contains(image->backup_id)) {
-        progress_.Complain(image->backup_id, "failed: " + reason);
-      } else {
+    for (const BackupImage* const image : failed) {
+      if (!listed.contains(image->backup_id)) {
         progress_.Say(image->backup_id, "expired");
         ++counts_.expired;
         --counts_.failed;
       }
     }
-  }
-
-  void ListAgain() {
-    try {
-      Listing again = ListCatalogue(options_.timeout, signals_);
-      if (again.failure.empty()) {
-        newest_listing_ = std::move(again);
-      }
-    } catch (const ArchiveError&) {
-      // As when the listing fails: all that failed is listed as far as anybody knows.
-    }
+    newest_listing_ = std::move(again);
   }
 
   /// Of images that are here again, or that the product has no more.

@@ -103,8 +103,8 @@ class CommandOfAnImage(CommandTest):
         command.unlink()
         missing = f"sh: 1: {command}: not found"
         self.check_sync(status=1, stdout=lines(summary(failed=4, warnings=4, waiting=4)), stderr=lines(*(
-            f"{backup_id}: {text}" for text in (missing, "failed: rec_unfold ended with status 127")
-            for backup_id in SMALL_IDS)))
+            f"{backup_id}: {text}" for backup_id in SMALL_IDS
+            for text in (missing, "failed: rec_unfold ended with status 127"))))
         self.check_tree(self.model.archive_json())
         command.write_bytes(content)
         command.chmod(0o644)
@@ -158,7 +158,8 @@ class Expired(CommandTest):
                 self.check_sync(stdout=lines(
                     *(self.exported(backup_id) for backup_id in (LAST, SECOND, FIRST)),
                     f"{THIRD}: expired", summary(3, expired=1, warnings=1, written=3)),
-                    stderr=lines(f"{THIRD}: {name}: no such image"))
+                    stderr=lines(f"{THIRD}: {name}: no such image",
+                                 f"{THIRD}: failed: {name} ended with status 1"))
                 self.check_tree(self.model.files())
 
     def test_beside_a_failure_leaves_the_failure(self):
@@ -167,6 +168,7 @@ class Expired(CommandTest):
             self.exported(LAST), self.exported(SECOND), f"{THIRD}: expired",
             summary(2, failed=1, expired=1, warnings=1, written=2, waiting=1)),
             stderr=lines(f"{THIRD}: qvmeta: no such image",
+                         f"{THIRD}: failed: qvmeta ended with status 1",
                          f"{FIRST}: failed: rec_unfold ended with status 1"))
         self.check_tree(self.model.files(without=[FIRST]))
 

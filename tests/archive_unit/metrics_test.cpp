@@ -89,8 +89,8 @@ TEST_F(Metrics, SayHowTheRunWentAndWhatIsKept) {
         Row("c_-777", 1, "P", "S"));
   EXPECT_EQ(Sync({"--jobs", "1"}), (Outcome{1, "",
                                             "b_1600000000: one\n"
-                                            "c_-777: two\n"
-                                            "b_1600000000: failed: qvmeta ended with status 1\n"}));
+                                            "b_1600000000: failed: qvmeta ended with status 1\n"
+                                            "c_-777: two\n"}));
   const std::string ended = Value("last_run_timestamp_seconds");
   EXPECT_GE(std::stoll(ended), before);
   EXPECT_LE(std::stoll(ended), std::time(nullptr));
