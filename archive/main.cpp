@@ -30,10 +30,22 @@ void AddArchive(CLI::App* command, std::string* archive) {
   command->add_option("ARCHIVE", *archive, "Directory of the archive")->type_name("")->required();
 }
 
+/// CLI::Range, but for its message, which is another one in each version of the library.
+template <typename Number>
+CLI::Validator Between(Number least, Number most) {
+  return {[=](const std::string& text) {
+            return CLI::Range(least, most)(text).empty()
+                       ? ""
+                       : "Value " + text + " not in range " + std::to_string(least) + " to " +
+                             std::to_string(most);
+          },
+          ""};
+}
+
 void AddJobs(CLI::App* command, std::size_t* jobs, const std::string& what) {
   command->add_option("--jobs", *jobs, what + " at a time")
       ->type_name("N")
-      ->check(CLI::Range(std::size_t{1}, kMostJobs).description(""))
+      ->check(Between(std::size_t{1}, kMostJobs))
       ->capture_default_str();
 }
 
@@ -66,7 +78,7 @@ CLI::App* AddInit(CLI::App* program, InitOptions* options) {
       ->type_name("NAME");
   command->add_option("--compress", options->compression_level, "Compress documents with zstd")
       ->type_name("LEVEL")
-      ->check(CLI::Range(1, 19).description(""));
+      ->check(Between(1, 19));
   return command;
 }
 
@@ -126,7 +138,7 @@ CLI::App* AddPrune(CLI::App* program, PruneOptions* options) {
       ->required();
   command->add_option("--keep-last", options->keep_last, "Newest sets of a series that stay")
       ->type_name("N")
-      ->check(CLI::Range(std::size_t{1}, kMostKept).description(""))
+      ->check(Between(std::size_t{1}, kMostKept))
       ->capture_default_str();
   command->add_flag("--dry-run", options->is_dry_run, "Only say what would be removed");
   command->add_flag("--yes", options->is_confirmed, "Don't ask on a terminal");

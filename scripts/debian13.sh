@@ -51,8 +51,14 @@ test_inside() {
   mount --rbind /sys sys
   mount --rbind /dev dev
   cp --remove-destination --dereference /etc/resolv.conf etc/resolv.conf
-  # Nothing else of the environment is meant for that system.
-  chroot . /usr/bin/env --ignore-environment ${http_proxy:+"http_proxy=$http_proxy"} HOME=/root \
+  # How to get packages is the same here and there. Nothing else of the environment is meant for that
+  # system.
+  local -a environment=(HOME=/root ${http_proxy:+"http_proxy=$http_proxy"})
+  if [[ -n ${NODE_EXTRA_CA_CERTS:-} ]]; then
+    cp "$NODE_EXTRA_CA_CERTS" etc/npm-authorities.pem
+    environment+=(NODE_EXTRA_CA_CERTS=/etc/npm-authorities.pem)
+  fi
+  chroot . /usr/bin/env --ignore-environment "${environment[@]}" \
     PATH=/usr/sbin:/usr/bin:/sbin:/bin /quillmere/scripts/test.sh "$@"
 }
 

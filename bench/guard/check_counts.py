@@ -16,9 +16,9 @@ import tempfile
 
 SKIPPED = 77
 
-# Per row, size or entry, and 15 % above what was counted (g++ 12, -O3); of allocations, less than
-# one above. Whoever makes a loop cheaper lowers its bounds; whoever raises one says why in the
-# commit.
+# Per row, size or entry, and 15 % above what was counted (g++ 12, -O3), 24 % for WriteArray, of which
+# g++ 14 makes more; of allocations, less than one above. Whoever makes a loop cheaper lowers its
+# bounds; whoever raises one says why in the commit.
 BOUNDS = {
     # loop: allocations, bytes held at the peak, instructions
     "list_backups": (0.01, 0.1, 125),
@@ -28,7 +28,7 @@ BOUNDS = {
     "BytesFromSize": (0, 0, 260),
     "ReadFileEntries": (0.01, 486, 407),
     "FileEntryTable::Append": (0.01, 486, 352),
-    "FileEntryTable::WriteArray": (0.01, 31, 1_288),
+    "FileEntryTable::WriteArray": (0.01, 31, 1_390),
 }
 
 

@@ -42,7 +42,7 @@ else
   expect 0 'databases.some' 0 "$skipped\t132 - databases.some (Skipped)\n"
 fi
 
-cmake -S "$source" -B "$bin/build" -DQUILLMERE_TESTS=OFF >/dev/null
+cmake -G Ninja -S "$source" -B "$bin/build" -DQUILLMERE_TESTS=OFF >/dev/null
 if ctest --test-dir "$bin/build" --quiet --tests-regex left_out; then
   echo "A build without the tests is green."
   exit 1
