@@ -112,13 +112,13 @@ TEST(StandardStreams, OutputIsHeldBackUntilItIsMuchOrFlushed) {
     const StandardStreams streams;
     std::cout << std::string(262144, 'x');
     const bool is_held_back = written() == 0;
-    std::cout << 'x';
+    std::cout.put('y');
     const bool is_much = written() == 262144;
     std::cout.flush();
     return is_held_back && is_much && written() == 262145;
   })));
-  close(ends[0]);
   close(ends[1]);
+  EXPECT_TRUE(ReadToTheEnd(ends[0]) == std::string(262144, 'x') + 'y');
 }
 
 TEST(StandardStreams, EveryByteArrivesInOrder) {
