@@ -31,7 +31,8 @@ GIB = 1 << 30
 STAGES = [
     ["^golden[.]", "quillmere_golden"],
     ["^fuzz[.]", "quillmere_fuzz"],
-    ["^(faults|e2e)[.]", "all"],
+    ["^(faults|e2e)[.]", "quillmere", "quillmere_faults", "quillmere_standin", "make_catalogue"]
+    + ["tree_writer"],
 ]
 
 
