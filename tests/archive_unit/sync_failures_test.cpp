@@ -152,8 +152,8 @@ TEST_F(SyncFailures, WhatASecondListingNoLongerHasWasExpired) {
 }
 
 TEST_F(SyncFailures, WithoutASecondListingAFailureStays) {
-  DoesFor("qvmeta", "bad_*", "rm \"$ROOT/listing\"; exit 1");
-  EXPECT_EQ(SyncOneAtATime().status, 1);
+  DoesFor("qvmeta", "bad_*", "printf half >>\"$ROOT/listing\"; exit 1");
+  EXPECT_EQ(SyncOneAtATime(), Failed("qvmeta ended with status 1"));
 }
 
 TEST_F(SyncFailures, AListingThatFailsChangesNothing) {
@@ -271,6 +271,20 @@ TEST_F(SyncFailures, WithTooLittleFreeNothingIsBegun) {
                      "waiting for images\n",
                      "less than 100% free: 2 images left out\n"}));
   EXPECT_EQ(Run({"sync", "ARCHIVE", "--keep-free", "0%", "--quiet"}), (Outcome{0, "", ""}));
+}
+
+TEST_F(SyncFailures, AnImageThatFillsTheDiskIsGivenUp) {
+  Does("qvmeta", "sleep 60\n");
+  for (const std::string jobs : {"1", "2"}) {
+    FillDisk(2);
+    EXPECT_EQ(Run({"sync", "ARCHIVE", "--jobs", jobs, "--keep-free", "1M"}),
+              (Outcome{1,
+                       "0 exported, 1 failed, 0 expired, 0 warnings; sets: 0 written, 0 removed, 2 "
+                       "waiting for images\n",
+                       "bad_1600000000: failed: less than 1M free\n"
+                       "less than 1M free: 1 images left out\n"}));
+    EXPECT_TRUE(std::filesystem::is_empty(PathOf(".staging")));
+  }
 }
 
 TEST_F(SyncFailures, ALinkInTheWayIsNamedAndNotFollowed) {
