@@ -30,7 +30,8 @@ echo "==> Running all tests"
 output=$(mktemp)
 trap 'rm -f "$output"' EXIT
 status=0
-ctest --preset "$preset" --output-on-failure --parallel "$(nproc)" | tee "$output" || status=$?
+# One more than there are processors: some wait for the disk.
+ctest --preset "$preset" --output-on-failure --parallel "$(($(nproc) + 1))" | tee "$output" || status=$?
 
 skipped=$(sed -n 's/^[[:space:]]*[0-9]* - \(.*\) (Skipped)$/\1/p' "$output")
 if [[ -n $skipped ]]; then
