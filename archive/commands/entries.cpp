@@ -163,9 +163,9 @@ class Lines {
 };
 
 /// One run of the command.
-class Run {
+class EntriesRun {
  public:
-  explicit Run(const EntriesOptions& options) : options_(options), lines_(options) {}
+  explicit EntriesRun(const EntriesOptions& options) : options_(options), lines_(options) {}
 
   int Do() {
     for (const std::string& source : options_.sources) {
@@ -336,5 +336,5 @@ std::optional<std::vector<std::size_t>> ParseColumns(std::string_view text) {
 }
 
 int Entries(const EntriesOptions& options) {
-  return Run(options).Do();
+  return EntriesRun(options).Do();
 }
