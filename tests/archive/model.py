@@ -197,7 +197,8 @@ class Model:
         for one in self.product().sets():
             if all(member in by_id for member in one.image_ids):
                 # Of two sets with one name the first counts.
-                files = self.set_file(one, by_id[one.image_ids[0]]) | files
+                for path, data in self.set_file(one, by_id[one.image_ids[0]]).items():
+                    files.setdefault(path, data)
         return files
 
     def pruned_files(self, before, keep_last=1):

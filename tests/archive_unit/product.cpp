@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <ostream>
 
+#include "archive/command_line.h"
 #include "failing_calls.h"
 #include "layout/layout.h"
 
@@ -24,8 +25,6 @@ const std::string ACTION_DUMP_BACKUP = "dump_backup";
 const char* const prog = "quillmere";
 std::int32_t verbose = 0;
 char line_buf[kLineBufSize];
-
-int ArchiveMain(int argc, char** argv);
 
 namespace {
 
@@ -104,7 +103,7 @@ int ArchiveTest::RunAsItIs(const std::vector<std::string>& arguments) const {
     argv.push_back(text.data());
   }
   argv.push_back(nullptr);
-  return ArchiveMain(static_cast<int>(texts.size()), argv.data());
+  return RunCommandLine(static_cast<int>(texts.size()), argv.data());
 }
 
 Outcome ArchiveTest::Run(const std::vector<std::string>& arguments) {

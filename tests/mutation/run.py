@@ -107,23 +107,37 @@ class Copy:
     def make_targets(self, *targets):
         self.make(["ninja", "-C", self.build, "-j", str(self.options.jobs), *targets])
 
-    def test(self, stage, command, seconds):
-        """Raises Red when the tests are red or don't end."""
-        process = subprocess.Popen(
-            command, cwd=self.build, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-            stderr=subprocess.STDOUT, start_new_session=True, preexec_fn=limit_resources,
+    def start(self, command, **environment):
+        return subprocess.Popen(
+            command, cwd=self.build, env=os.environ | environment, stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True,
+            preexec_fn=limit_resources,
         )  # fmt: skip
+
+    @staticmethod
+    def end(process):
+        """A process group of its own, so that what it started ends too."""
+        try:
+            os.killpg(process.pid, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
+        process.communicate()
+
+    def test(self, stage, processes, seconds):
+        """Raises Red when one of the processes, which are tests, is red or doesn't end."""
+        try:
+            for process in processes:
+                self.wait(stage, process, seconds)
+        finally:
+            for process in processes:
+                self.end(process)
+
+    @staticmethod
+    def wait(stage, process, seconds):
         try:
             output = process.communicate(timeout=seconds)[0].decode(errors="replace")
         except subprocess.TimeoutExpired:
             raise Red(stage, "hangs") from None
-        finally:
-            # A process group of its own, so that what it started ends too.
-            try:
-                os.killpg(process.pid, signal.SIGKILL)
-            except ProcessLookupError:
-                pass
-            process.communicate()
         if process.returncode != 0:
             found = re.search(r"^\[  FAILED  \] (\S+)|(\S+) [ .]*\*\*\*", output, re.MULTILINE)
             raise Red(stage, found[1] or found[2] if found else f"status {process.returncode}")
@@ -131,11 +145,15 @@ class Copy:
     def run_tests(self, last_stage):
         """Builds and runs one stage after another. The unit tests, which come first, are built."""
         limit = self.options.limit
-        self.test(0, [self.unit_program(), "--gtest_fail_fast", "--gtest_brief=1"], limit)
+        command = [self.unit_program(), "--gtest_fail_fast", "--gtest_brief=1"]
+        parts = self.options.jobs
+        self.test(0, [self.start(command, GTEST_TOTAL_SHARDS=str(parts), GTEST_SHARD_INDEX=str(part))
+                      for part in range(parts)], limit)  # fmt: skip
         for number, (regex, *targets) in enumerate(self.options.stage[:last_stage], 1):
             self.make_targets(*targets)
             command = ["ctest", "-R", regex, "-j", str(self.options.jobs), "--stop-on-failure"]
-            self.test(number, command + ["--timeout", str(limit), "--no-tests=error"], 4 * limit)
+            command += ["--timeout", str(limit), "--no-tests=error"]
+            self.test(number, [self.start(command)], 4 * limit)
 
     def verify(self, stage):
         """Sees that the tests up to this stage are green without a change."""

@@ -9,10 +9,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "archive/command_line.h"
 #include "archive/manifest.h"
 #include "product.h"
-
-int ArchiveMain(int argc, char** argv);
 
 using CommandLine = ArchiveTest;
 
@@ -107,7 +106,7 @@ TEST_F(CommandLine, OutputThatCannotBeWrittenIsSaid) {
     std::string program = "quillmere-archive";
     std::string option = "--version";
     char* arguments[] = {program.data(), option.data(), nullptr};
-    std::exit(ArchiveMain(2, arguments));
+    std::exit(RunCommandLine(2, arguments));
   }
   int status = -1;
   waitpid(child, &status, 0);
