@@ -19,7 +19,7 @@ cmake --build "$build" --target quillmere quillmere_golden quillmere_unit \
 
 echo "==> Running the unit tests and the golden cases"
 find "$build" -name '*.gcda' -delete
-ctest --test-dir "$build" --quiet --output-on-failure --parallel "$(nproc)" \
+ctest --test-dir "$build" --quiet --output-on-failure --parallel "$(($(nproc) + 1))" \
   --tests-regex '^(unit|archive|golden|realroot)\.' || {
   echo "==> Failed; the rest is in $build/Testing/Temporary/LastTest.log:" >&2
   cat "$build/Testing/Temporary/LastTestsFailed.log" >&2
