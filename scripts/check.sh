@@ -45,8 +45,7 @@ END
 # tidy BUILD FOLDERS CHECKS: looks at each file that BUILD does not compile into one of the FOLDERS, with
 # those of .clang-tidy's checks.
 tidy() {
-  # The analyzer follows a third of the steps that it would: with all it takes twice as long, most of it
-  # inside of libraries.
+  # The analyzer follows a third of the steps that it would: with all it takes twice as long.
   local -r analyzer=(--extra-arg=-Xclang --extra-arg=-analyzer-config --extra-arg=-Xclang
     --extra-arg=max-nodes=75000)
   # What clang-tidy writes to standard error is how many findings in foreign headers it left out.

@@ -116,7 +116,7 @@ class Copy:
 
     @staticmethod
     def end(process):
-        """A process group of its own, so that what it started ends too."""
+        """Ends a process with its group, and so what it has started."""
         try:
             os.killpg(process.pid, signal.SIGKILL)
         except ProcessLookupError:
