@@ -13,8 +13,10 @@ add_library(quillmere_hardening INTERFACE)
 
 target_compile_options(quillmere_hardening INTERFACE -fPIE -fstack-protector-strong)
 # Exceptions name the file that throws them. Where that was on the machine that built the program
-# is nobody's business.
-target_compile_options(quillmere_hardening INTERFACE -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+# is nobody's business. A compiler cache makes its name relative.
+file(RELATIVE_PATH relative_source_dir ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
+target_compile_options(quillmere_hardening INTERFACE
+  -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/= -fmacro-prefix-map=${relative_source_dir}=)
 target_link_options(quillmere_hardening INTERFACE
   $<$<NOT:$<BOOL:$<TARGET_PROPERTY:QUILLMERE_LINKED_STATICALLY>>>:-pie>
   LINKER:-z,relro,-z,now,-z,noexecstack)

@@ -25,8 +25,9 @@ class StoredDocument : public testing::Test {
     DocumentWriter writer(directory_, "d", level,
                           [this](std::string_view piece) { taken_ += piece; });
     std::ostream stream(&writer);
-    stream << text.substr(0, text.size() / 2);
-    for (const char c : text.substr(text.size() / 2)) {
+    const std::size_t size = text.size() - std::min<std::size_t>(text.size(), 1000);
+    stream << text.substr(0, size);
+    for (const char c : text.substr(size)) {
       stream.put(c);
     }
     return writer.Finish();

@@ -28,7 +28,7 @@ import mutators
 HERE = pathlib.Path(__file__).resolve().parent
 SOURCE = HERE.parent.parent
 GIB = 1 << 30
-# Of ctest, with what is built for them.
+# Of ctest, with what is built for them: what tells more of the tool than its unit tests do.
 STAGES = [
     ["^golden[.]", "quillmere_golden"],
     ["^fuzz[.]replay_(catalogue_file|file_entries|listing|metadata)$",
@@ -63,14 +63,14 @@ class Copy:
     def __init__(self, options):
         self.options = options
         self.tree = options.work.resolve() / "tree"
-        self.build = options.work.resolve() / "build"
+        # Where it lies in the tree itself, and as that is built: a compiler cache knows most of it then.
+        self.build = self.tree / "build/release"
         self.verified = -1  # the tests up to this stage are green without a change
         self.refresh()
-        # Optimised, so that more of what means the same becomes the same program.
+        # Optimised, so that more of what means the same becomes the same program. A program that cannot
+        # list its tests would count as not built if they were listed after building.
         self.make(
-            ["cmake", "-G", "Ninja", "-S", self.tree, "-B", self.build, "-DCMAKE_BUILD_TYPE=Debug"]
-            + ["-DCMAKE_CXX_FLAGS=-O2 -g0 -D_GLIBCXX_ASSERTIONS"]
-            # Else a program that cannot list its tests counts as not built.
+            ["cmake", "-S", self.tree, "--preset", "release"]
             + ["-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST"]
         )
         self.verify(0)
@@ -92,9 +92,12 @@ class Copy:
                 elif not target.is_file() or target.read_bytes() != path.read_bytes():
                     shutil.copyfile(path, target)
                     shutil.copymode(path, target)
-        for path in self.tree.rglob("*"):
-            if not path.is_dir() and path not in wanted:
-                path.unlink()
+        for folder, names, files in os.walk(self.tree):
+            if pathlib.Path(folder) == self.tree and "build" in names:
+                names.remove("build")
+            for path in (pathlib.Path(folder, name) for name in files):
+                if path not in wanted:
+                    path.unlink()
 
     def unit_program(self):
         return next(path for path in self.build.rglob(self.options.unit) if path.is_file())
@@ -263,14 +266,16 @@ def main():
     parser.add_argument("--unit", default="quillmere_unit", metavar="PROGRAM",
                         help="a GoogleTest program with all of these files, which runs first")  # fmt: skip
     parser.add_argument("--stage", nargs="+", action="append", metavar=("REGEX", "TARGET"),
-                        help="tests of ctest that run next, and what is built for them; may come again")  # fmt: skip
+                        help="tests of ctest that run next, and what is built for them; may come again. The"
+                             " tool's where the unit tests are, else none")  # fmt: skip
     parser.add_argument("--limit", type=int, default=60, metavar="SECONDS",
                         help="in which the unit tests, and each test of ctest, must end; a stage gets 4 times that")  # fmt: skip
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="processes at once")
     parser.add_argument("--work", type=pathlib.Path, default=SOURCE / "build/mutants",
                         help="where the copy stays, which makes the next run start sooner")  # fmt: skip
     options = parser.parse_args()
-    options.stage = options.stage or STAGES
+    if options.stage is None:
+        options.stage = STAGES if options.unit == parser.get_default("unit") else []
 
     mutants = all_mutants(options.files)
     print(f"{len(mutants)} mutants, of which {options.sample} are tried out", flush=True)
