@@ -13,7 +13,7 @@ add_library(quillmere_hardening INTERFACE)
 
 target_compile_options(quillmere_hardening INTERFACE -fPIE -fstack-protector-strong)
 # Exceptions name the file that throws them. Where that was on the machine that built the program
-# is nobody's business. A compiler cache makes its name relative.
+# is nobody's business. ccache can make its path relative.
 file(RELATIVE_PATH relative_source_dir ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
 target_compile_options(quillmere_hardening INTERFACE
   -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/= -fmacro-prefix-map=${relative_source_dir}=)

@@ -95,7 +95,7 @@ check_second_build() {
   tar --create --exclude=./build --exclude=./.cache . | tar --extract --touch --directory "$again"
   (
     cd "$again"
-    unset CCACHE_BASEDIR # with relative paths, a compiler cache has it from the first
+    unset CCACHE_BASEDIR # else ccache would copy what it has of the first
     compile
     run_cpack
   )

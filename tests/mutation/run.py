@@ -46,6 +46,14 @@ class Red(Exception):
     """A stage of the tests has noticed: its number, and what it says."""
 
 
+def files_of(tree):
+    """The paths of a tree's files, but for its history and what was built in it."""
+    for folder, names, files in os.walk(tree):
+        if pathlib.Path(folder) == tree:
+            names[:] = [name for name in names if name not in ("build", ".git")]
+        yield from (pathlib.Path(folder, name) for name in files)
+
+
 def limit_resources():
     """A change may make a loop endless; what it fills is bounded."""
     for what, amount in (
@@ -79,25 +87,18 @@ class Copy:
     def refresh(self):
         """Makes the copy the tree as it is. A file that stays the same keeps its time, for ninja."""
         wanted = set()
-        for folder, names, files in os.walk(SOURCE):
-            if pathlib.Path(folder) == SOURCE:
-                names[:] = [name for name in names if name not in ("build", ".git")]
-            for path in (pathlib.Path(folder, name) for name in files):
-                target = self.tree / path.relative_to(SOURCE)
-                wanted.add(target)
-                target.parent.mkdir(parents=True, exist_ok=True)
-                if path.is_symlink():  # some lead to devices that never end
-                    target.unlink(missing_ok=True)
-                    target.symlink_to(os.readlink(path))
-                elif not target.is_file() or target.read_bytes() != path.read_bytes():
-                    shutil.copyfile(path, target)
-                    shutil.copymode(path, target)
-        for folder, names, files in os.walk(self.tree):
-            if pathlib.Path(folder) == self.tree and "build" in names:
-                names.remove("build")
-            for path in (pathlib.Path(folder, name) for name in files):
-                if path not in wanted:
-                    path.unlink()
+        for path in files_of(SOURCE):
+            target = self.tree / path.relative_to(SOURCE)
+            wanted.add(target)
+            target.parent.mkdir(parents=True, exist_ok=True)
+            if path.is_symlink():  # some lead to devices that never end
+                target.unlink(missing_ok=True)
+                target.symlink_to(os.readlink(path))
+            elif not target.is_file() or target.read_bytes() != path.read_bytes():
+                shutil.copyfile(path, target)
+                shutil.copymode(path, target)
+        for path in set(files_of(self.tree)) - wanted:
+            path.unlink()
 
     def unit_program(self):
         return next(path for path in self.build.rglob(self.options.unit) if path.is_file())
@@ -199,16 +200,12 @@ def all_mutants(patterns):
     rows = [re.split(r" {2,}", line)[0] for line in (HERE / "costs.txt").read_text().splitlines()]
     costs = re.compile("|".join(f"(?:{row})" for row in rows if row and not row.startswith("#")))
     mutants = []
-    for folder, names, files in os.walk(SOURCE):
-        if pathlib.Path(folder) == SOURCE:
-            names[:] = [name for name in names if name not in ("build", ".git")]
-        names.sort()
-        for path in sorted(pathlib.Path(folder, name) for name in files if name.endswith((".cpp", ".h"))):
-            name = path.relative_to(SOURCE).as_posix()
-            if any(fnmatch.fnmatch(name, pattern) for pattern in patterns):
-                text = path.read_text()
-                mutants += [mutant for mutant in mutators.mutants_of(name, text)
-                            if not costs.search(mutant.line_of(text))]  # fmt: skip
+    for path in sorted(files_of(SOURCE)):
+        name = path.relative_to(SOURCE).as_posix()
+        if path.suffix in (".cpp", ".h") and any(fnmatch.fnmatch(name, pattern) for pattern in patterns):
+            text = path.read_text()
+            mutants += [mutant for mutant in mutators.mutants_of(name, text)
+                        if not costs.search(mutant.line_of(text))]  # fmt: skip
     return mutants
 
 
