@@ -31,24 +31,25 @@ TEST(Progress, OnATerminalALineIsRedrawnInPlace) {
   EXPECT_THAT(Printed([&] { progress.Say("alpha_1", "expired"); }), "\r\x1B[Kalpha_1: expired\n");
 }
 
-TEST(Progress, TimeLeftIsThatOfTheFilesLeft) {
+TEST(Progress, PaceIsThatOfTheEntriesAndTimeLeftThatOfTheFilesLeft) {
   struct Case {
     std::uint64_t files;
     std::string left;
   };
-  // At least 20 ms for one file: so much is left at the least.
+  // At least 20 ms for one file: so much is left at the least. Its entries, in at most 5 s, are a
+  // number a second of six digits or more.
   for (const auto& [files, left] :
        {Case{2, "[0-9] s left"}, Case{40001, "([0-9]+ h )?[0-9]+ min left"},
         Case{400001, "[0-9]+ h [0-9]+ min left"}}) {
     Progress progress(false, true);
-    EXPECT_THAT(
-        Printed([&] {
-          progress.Begin(3, files);
-          std::this_thread::sleep_for(std::chrono::milliseconds(20));
-          progress.Exported("alpha_1", 1, 5, 5000);
-          progress.Tick();
-        }),
-        testing::MatchesRegex("\r\x1B\\[K1 of 3 images, [0-9]+ entries/s, 5.0 kB, " + left));
+    EXPECT_THAT(Printed([&] {
+                  progress.Begin(3, files);
+                  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                  progress.Exported("alpha_1", 1, 500000, 5000);
+                  progress.Tick();
+                }),
+                testing::MatchesRegex(
+                    "\r\x1B\\[K1 of 3 images, [1-9][0-9]{5,7} entries/s, 5.0 kB, " + left));
   }
 }
 
