@@ -103,6 +103,24 @@ TEST_F(PathFilter, TellsWherePathsCanBe) {
   EXPECT_TRUE(Agrees(document));
 }
 
+// Another form under the same magic would miss what archives hold that are there already. The word
+// was made elsewhere: 6 bits each for the keys of "/home/x", "home" and "x".
+TEST_F(PathFilter, HasTheFormThatArchivesAlreadyHold) {
+  const std::string document = DocumentOf({"/home/x"});
+  Write(document);
+  std::string expected = "quillpf1" + kSha;
+  const std::uint64_t begin = document.find("        {");
+  const std::uint64_t end = document.rfind("    ]");
+  for (const std::uint64_t number :
+       {begin, end, begin, end, std::uint64_t{1}, std::uint64_t{0xb8f96a688555e809},
+        std::uint64_t{0x20c300610c020469}}) {
+    for (int byte = 0; byte < 8; ++byte) {
+      expected += static_cast<char>(number >> (8 * byte));
+    }
+  }
+  EXPECT_EQ(ReadFile(temporary_.PathOf("paths.filter")), expected);
+}
+
 TEST_F(PathFilter, OfNoEntriesHasNoParts) {
   Write(DocumentOf({}));
   EXPECT_EQ(PartsFor({"*"}), Parts());
