@@ -6,6 +6,8 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=scripts/lib/packages.sh
 source scripts/lib/packages.sh
+# shellcheck source=scripts/lib/ctest.sh
+source scripts/lib/ctest.sh
 
 readonly build=build/release
 readonly logs=$PWD/$build/memcheck
@@ -22,7 +24,8 @@ mkdir -p "$logs"
 # An error is status 99, which no case expects. Without the names of inlined functions valgrind starts
 # a tenth sooner.
 GOLDEN_UNDER="valgrind --quiet --read-inline-info=no --error-exitcode=99 --log-file=$logs/%p" \
-  ctest --preset release --quiet --output-on-failure --parallel "$(nproc)" --tests-regex '^golden\.' || {
+  ctest --preset release --output-on-failure --parallel "$(nproc)" --tests-regex '^golden\.' |
+  without_passed_tests || {
   find "$logs" -size +0 -exec cat {} +
   exit 1
 }

@@ -10,6 +10,8 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=scripts/lib/packages.sh
 source scripts/lib/packages.sh
+# shellcheck source=scripts/lib/ctest.sh
+source scripts/lib/ctest.sh
 
 # What takes a mount namespace or the tracing of processes, and the unit tests, which need nothing
 # that could be installed.
@@ -32,6 +34,10 @@ trap 'rm -f "$output"' EXIT
 status=0
 # One more than there are processors: some wait for the disk.
 ctest --preset "$preset" --output-on-failure --parallel "$(($(nproc) + 1))" | tee "$output" || status=$?
+if ((status != 0)); then
+  echo "==> Without the tests that passed:"
+  without_passed_tests <"$output"
+fi
 
 skipped=$(sed -n 's/^[[:space:]]*[0-9]* - \(.*\) (Skipped)$/\1/p' "$output")
 if [[ -n $skipped ]]; then

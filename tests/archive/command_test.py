@@ -61,7 +61,7 @@ class CommandOfAnImage(CommandTest):
                 self.setUp()
                 self.faults(f"{command} {THIRD} hang")
                 name = command.removesuffix("-id")
-                self.check_failed(f"{name} printed nothing for 3s", "--timeout", "3s")
+                self.check_failed(f"{name} printed nothing for 5s", "--timeout", "5s")
 
     def test_is_slow_but_not_silent_for_so_long(self):
         self.faults("* * slow 300")
@@ -184,7 +184,7 @@ class TheListing(CommandTest):
 
     def test_hangs(self):
         self.faults("qvroll * hang")
-        self.check_nothing_done("qvroll printed nothing for 3s", (), "--timeout", "3s")
+        self.check_nothing_done("qvroll printed nothing for 5s", (), "--timeout", "5s")
 
     def test_is_of_a_product_that_is_gone(self):
         command = self.root / "bin/admincmd/qvroll"

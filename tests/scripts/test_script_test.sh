@@ -18,13 +18,13 @@ stand_in cmake 'echo "cmake $*"'
 # shellcheck disable=SC2016  # the stand-in expands them
 stand_in ctest 'printf "%b" "$SUMMARY"; exit "$STATUS"'
 
-# expect STATUS LINE CTEST_STATUS SUMMARY: the script ends with STATUS and has LINE in its output.
+# expect STATUS LINES CTEST_STATUS SUMMARY: the script ends with STATUS and has LINES in its output.
 expect() {
   local status=0 output
   output=$(STATUS=$3 SUMMARY=$4 PATH="$bin:$PATH" \
     "$source/scripts/test.sh" debug -DQUILLMERE_TESTS=OFF 2>&1) || status=$?
-  if ((status != $1)) || ! grep --quiet --line-regexp --fixed-strings -e "$2" <<<"$output"; then
-    printf 'expected status %s and the line "%s", got status %s and:\n%s\n' "$1" "$2" "$status" "$output"
+  if ((status != $1)) || [[ $'\n'$output$'\n' != *$'\n'"$2"$'\n'* ]]; then
+    printf 'expected status %s and the lines "%s", got status %s and:\n%s\n' "$1" "$2" "$status" "$output"
     exit 1
   fi
 }
@@ -32,6 +32,10 @@ expect() {
 readonly skipped='The following tests did not run:\n\t 12 - realroot.a-case (Skipped)\n'
 expect 0 'cmake --preset debug -DQUILLMERE_TESTS=OFF -DQUILLMERE_TESTS=ON' 0 ''
 expect 8 '==> Running all tests' 8 ''
+readonly of_two='        Start  1: unit.a\n1/2 Test  #1: unit.a ....   Passed    0.01 sec\n        Start 12: unit.b\n'
+readonly failed='2/2 Test #12: unit.b ....***Failed    0.02 sec\nunit.b says why\n'
+printf -v expected '==> Without the tests that passed:\n%b' "$failed"
+expect 8 "${expected%$'\n'}" 8 "$of_two$failed"
 expect 0 'realroot.a-case' 0 "$skipped"
 expect 1 '==> Failed: what these take can be installed:' 0 "$skipped\t131 - completion.zsh (Skipped)\n"
 # shellcheck source=scripts/lib/packages.sh
