@@ -56,11 +56,9 @@ class SyncFailures : public ArchiveTest {
     EXPECT_EQ(Run({"init", "ARCHIVE", "--server", "s"}).status, 0);
   }
 
-  /// Syncs with `options`. The one image is exported, and of the other one nothing is left.
-  Outcome SyncOneAtATime(const std::vector<std::string>& options = {}) {
-    std::vector<std::string> arguments = {"sync", "ARCHIVE", "--jobs", "1"};
-    arguments.insert(arguments.end(), options.begin(), options.end());
-    Outcome outcome = Run(arguments);
+  /// Syncs. The one image is exported, and of the other one nothing is left.
+  Outcome SyncOneAtATime() {
+    Outcome outcome = Run({"sync", "ARCHIVE", "--jobs", "1"});
     EXPECT_TRUE(std::filesystem::exists(PathOf("images/good/good_1500000000/manifest.json")));
     EXPECT_FALSE(std::filesystem::exists(PathOf("images/bad/bad_1600000000")));
     EXPECT_TRUE(std::filesystem::is_empty(PathOf(".staging")));
